@@ -1,0 +1,34 @@
+#pragma once
+
+#include "FanDisplay.h"
+
+#include <memory>
+
+namespace Halcyra::Nereon::Visualisation {
+
+/**
+ * A FanDisplay whose own view zooms about its centre: 1.0 is the fitted fan,
+ * 2.0 twice as large. Overlays, tools and the magnifier outline follow the zoom.
+ */
+class TERNWICK_NEREON_VISUALISATION_EXPORT ZoomableFanDisplay : public FanDisplay
+{
+    Q_OBJECT
+
+public:
+    explicit ZoomableFanDisplay(QWidget* parent = nullptr);
+    ~ZoomableFanDisplay() override;
+
+    /// Requests a zoom level; animate: in ten steps over 300 ms, otherwise at once.
+    void setZoomLevel(float level, bool animate);
+    /// The requested level, also while an animation is still running.
+    float getZoomLevel() const;
+
+protected:
+    void resizeGL(int width, int height) override;
+
+private:
+    class ZoomableFanDisplayPrivate;
+    std::unique_ptr<ZoomableFanDisplayPrivate> const d;
+};
+
+} // namespace Halcyra::Nereon::Visualisation

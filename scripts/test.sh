@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs every test headless; then does the
+# same again in a separate AddressSanitizer + UndefinedBehaviorSanitizer build.
+# Set NEREON_SKIP_SANITIZERS=1 to run only the first pass.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+jobs=$(nproc)
+
+"$root/scripts/install-deps.sh"
+
+echo "== Build and test =="
+"$root/scripts/build.sh" "$root/build"
+(cd "$root/build" && ctest --output-on-failure --parallel "$jobs")
+
+if [ "${NEREON_SKIP_SANITIZERS:-0}" != 1 ]; then
+    echo "== Build and test with AddressSanitizer and UndefinedBehaviorSanitizer =="
+    "$root/scripts/build.sh" "$root/build-sanitize" -DNEREON_SANITIZE=ON \
+        -DNEREON_BUILD_BENCHMARKS=OFF -DNEREON_BUILD_EXAMPLES=OFF
+    export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:strict_string_checks=1
+    export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+    (cd "$root/build-sanitize" && ctest --output-on-failure --parallel "$jobs")
+fi

@@ -1,0 +1,133 @@
+#pragma once
+
+#include "FanDisplayOptions.h"
+
+#include <QMatrix4x4>
+#include <QOpenGLBuffer>
+#include <QOpenGLFunctions>
+#include <QOpenGLShader>
+#include <QOpenGLShaderProgram>
+#include <QOpenGLTexture>
+#include <QPolygonF>
+#include <QRectF>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Halcyra::Nereon {
+class NereonImage;
+}
+namespace Halcyra::DataProcessing::Units {
+class AbstractUnit;
+}
+
+namespace Halcyra::Nereon::Visualisation {
+
+namespace Palettes {
+class AbstractPalette;
+class AbstractDynamicPalette;
+} // namespace Palettes
+
+/// One range label: text and placement in fan coordinates.
+struct RangeLabelParams
+{
+    std::string text;
+    float x = 0.0f;
+    float y = 0.0f;
+    std::int32_t angle = 0;        ///< degrees, counter-clockwise
+    std::uint8_t anchor = 0;       ///< 16: text begins at the point; 18: text ends at it
+    bool screenCoordinates = false; ///< always false: (x, y) are fan coordinates
+};
+
+/**
+ * The non-widget core of the fan display: keeps the latest frame, the display
+ * thresholds, the palettes, the fan geometry and the GL objects that draw the
+ * fan image. Fan coordinates: apex at the origin, +y straight ahead, rim at 1.
+ *
+ * Not copyable or movable. GL work needs the owner's context current; the
+ * engine can be drawn from any context that shares objects with it.
+ */
+class FanGeometryEngine : protected QOpenGLFunctions
+{
+public:
+    FanGeometryEngine();
+    ~FanGeometryEngine();
+
+    FanGeometryEngine(const FanGeometryEngine&) = delete;
+    FanGeometryEngine& operator=(const FanGeometryEngine&) = delete;
+
+    /// Releases the GL objects; the owner's context must be current.
+    void destroy();
+
+    // Frames and thresholds
+    void processNewImage(const NereonImage& image);
+    void calculateThresholds();
+    void initIntensities(unsigned short width, unsigned short height,
+                         const std::vector<unsigned char>& data);
+    double getRange() const;
+    void setDespeckleLevel(int level);
+    void setClampLevel(float level);
+    void setDistanceUnit(const DataProcessing::Units::AbstractUnit* unit);
+    void horizontalFlip();
+    FanDisplayOptions::DisplaySettings getCurrentDisplaySettings() const;
+    void configureFromSettings(const FanDisplayOptions::DisplaySettings& settings);
+
+    // Palettes
+    void initPalettes();
+    void setPalette(FanDisplayOptions::Palette palette);
+    void setPaletteModifier(unsigned char modifier);
+
+    // Geometry
+    void calculateFanGeometry();
+    void calculateStraightLineGeometry();
+    void calculateArcGeometry();
+    void checkForNewGeometry();
+    const std::vector<std::vector<float>>& getRangeArcVertices();
+    const std::vector<float>& getRangeLineVertices();
+
+    // Drawing
+    bool initFanImageShaders();
+    void drawFanImage(const QMatrix4x4& projection);
+
+    // Bounds, hit test, labels
+    QRectF getFanBounds(float rotation) const;
+    bool pointIsWithinFan(const QPointF& point, const QMatrix4x4& transform);
+    std::vector<RangeLabelParams> getRangeLabelParams(float rotation);
+
+private:
+    friend class FanGeometryEngineInspector; // test access to the members below
+
+    QOpenGLShaderProgram fanImageProgram;
+    std::unique_ptr<QOpenGLShader> vertexShader;
+    std::unique_ptr<QOpenGLShader> fragmentShader;
+    std::int32_t despeckleLevel = 0;
+    float clampLevel = 0.0f;
+    float upperThreshold = 1.0f;
+    float lowerThreshold = 0.0f;
+    std::unique_ptr<Palettes::AbstractPalette> standardPalettes;
+    std::unique_ptr<Palettes::AbstractDynamicPalette> firePalette;
+    std::unique_ptr<Palettes::AbstractDynamicPalette> aquaPalette;
+    float chosenPalette = 0.083333336f;
+    FanDisplayOptions::Palette palette = FanDisplayOptions::Multicolour;
+    std::unique_ptr<QOpenGLTexture> intensities;
+    bool newImage = false;
+    QOpenGLBuffer fanVertexBuffer{QOpenGLBuffer::VertexBuffer};
+    std::vector<float> rangeLineVertices = std::vector<float>(20, 0.0f);
+    std::vector<std::vector<float>> rangeArcVertices = std::vector<std::vector<float>>(5);
+    std::int32_t width = 256;
+    std::int32_t height = 0;
+    float aperture = 130.0f;
+    std::int16_t startAngle = 25;
+    std::vector<std::int16_t> bearings = std::vector<std::int16_t>(256, 0);
+    std::vector<std::uint8_t> intensityData;
+    bool flipped = false;
+    double range = 0.0;
+    bool newGeometry = true;
+    QMatrix4x4 lastTransform;
+    QPolygonF fanPolygon;
+    const DataProcessing::Units::AbstractUnit* distanceUnit = nullptr;
+};
+
+} // namespace Halcyra::Nereon::Visualisation

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "gui/Vec3.h"
+
+#include <QMatrix4x4>
+#include <QOpenGLFunctions>
+#include <QOpenGLWidget>
+
+#include <memory>
+
+namespace Halcyra::GUI::Widgets::Bases {
+
+class OpenGLWidgetPainter;
+
+/**
+ * Base of GL widgets that draw a model through a 2-D model transform and paint
+ * overlays on top with an OpenGLWidgetPainter.
+ *
+ * The model transform maps model coordinates to clip coordinates: a point is
+ * rotated about the origin (counter-clockwise, degrees), then scaled, then
+ * translated (clip units). Initially: scale 1, no translation, rotation 0.
+ *
+ * The widget asks for a multisampled surface so that overlays are antialiased.
+ * It has no meta-object of its own: subclasses that use Q_OBJECT name
+ * QOpenGLWidget as their superclass.
+ */
+class OpenGLWidget : public QOpenGLWidget, public QOpenGLFunctions
+{
+public:
+    explicit OpenGLWidget(QWidget* parent = nullptr);
+    ~OpenGLWidget() override;
+
+    /// absolute: replace the scale; otherwise multiply it component by component.
+    void scale(float x, float y, float z, bool absolute);
+    /// absolute: replace the translation (clip units); otherwise add to it.
+    void translate(float x, float y, float z, bool absolute);
+    /// absolute: replace the rotation (degrees, counter-clockwise); otherwise add to it.
+    void rotate(float degrees, bool absolute);
+
+    const Vec3<float>& getCurrentScale() const;
+    const Vec3<float>& getCurrentTranslation() const;
+    float getCurrentRotation() const;
+    /// translation × scale × rotation, always up to date.
+    const QMatrix4x4& getCurrentProjection();
+
+protected:
+    /// Resolves GL functions, readies the painter, then calls initialise().
+    void initializeGL() override;
+    void resizeGL(int width, int height) override;
+    void paintGL() override;
+
+    /// GL set-up hook; the context is current and GL functions are resolved.
+    virtual void initialise();
+
+    /// The widget's overlay painter; use it inside paintGL().
+    OpenGLWidgetPainter& painter();
+
+private:
+    Vec3<float> currentScale{1.0f, 1.0f, 1.0f};
+    Vec3<float> currentTranslation{0.0f, 0.0f, 0.0f};
+    float currentRotation = 0.0f;
+    QMatrix4x4 projection;
+    bool projectionDirty = false;
+    std::unique_ptr<OpenGLWidgetPainter> overlayPainter;
+};
+
+} // namespace Halcyra::GUI::Widgets::Bases

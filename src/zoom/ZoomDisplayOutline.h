@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QMatrix4x4>
+#include <QPointF>
+
+namespace Halcyra::GUI::Widgets::Bases {
+class OpenGLWidgetPainter;
+}
+
+namespace Halcyra::Nereon::Visualisation {
+
+class ZoomDisplay;
+
+/**
+ * Marks the magnifier's region on the fan display as a rectangle and lets the
+ * user drag it. Holds no geometry of its own: everything is derived from the
+ * magnifier's current transform.
+ */
+class ZoomDisplayOutline
+{
+public:
+    explicit ZoomDisplayOutline(ZoomDisplay* zoomDisplay);
+
+    /// Whether point (the display's clip coordinates) lies on the border band.
+    bool pointIsWithinBounds(const QPointF& point, const QMatrix4x4& projection) const;
+    /// point: clip coordinates divided by the display's scale.
+    void beginDrag(const QPointF& point);
+    void updateDrag(const QPointF& point);
+    void endDrag();
+    bool isBeingDragged() const;
+    /// The magnifier's transform without its rotation: translation × scale.
+    QMatrix4x4 getRotationlessProjection() const;
+    void draw(GUI::Widgets::Bases::OpenGLWidgetPainter& painter);
+
+private:
+    ZoomDisplay* zoomDisplay;
+    bool beingDragged = false;
+    QPointF dragStart;
+};
+
+} // namespace Halcyra::Nereon::Visualisation
