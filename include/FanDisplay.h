@@ -37,6 +37,7 @@ public:
     ~FanDisplay() override;
 
     /// The magnifier; the caller places it in a widget tree, which then owns it.
+    /// One still without a parent widget is destroyed with this display.
     ZoomDisplay* getZoomDisplay();
     FanDisplayOptions::DisplaySettings getCurrentDisplaySettings() const;
     void configureFromSettings(const FanDisplayOptions::DisplaySettings& settings);
@@ -86,6 +87,8 @@ protected:
     void initialise() override;
 
 private:
+    friend class FanDisplayInspector; // test access to the private record
+
     class FanDisplayPrivate;
     std::unique_ptr<FanDisplayPrivate> const d;
 };

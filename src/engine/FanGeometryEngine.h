@@ -99,6 +99,9 @@ public:
 private:
     friend class FanGeometryEngineInspector; // test access to the members below
 
+    /// Moves both thresholds toward the bins where the histogram reaches target from each end.
+    void applyThresholds(std::int64_t target);
+
     QOpenGLShaderProgram fanImageProgram;
     std::unique_ptr<QOpenGLShader> vertexShader;
     std::unique_ptr<QOpenGLShader> fragmentShader;

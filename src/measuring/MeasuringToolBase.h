@@ -3,6 +3,7 @@
 #include <QPointF>
 
 #include <cstdint>
+#include <string>
 
 namespace Halcyra::GUI::Widgets::Bases {
 class OpenGLWidgetPainter;
@@ -52,6 +53,10 @@ public:
     void setUnit(const DataProcessing::Units::AbstractUnit* unit);
 
 protected:
+    /// prefix, the value converted through the unit with two decimals, the unit's
+    /// symbol; without a unit the base value and baseSymbol.
+    std::string formatLabel(const char* prefix, float value, const char* baseSymbol) const;
+
     State state = Idle;
     QPointF startPoint;
     QPointF endPoint;

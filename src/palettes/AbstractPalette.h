@@ -12,7 +12,8 @@ class AbstractPalette : public QOpenGLTexture
 {
 public:
     AbstractPalette();
-    ~AbstractPalette() override;
+    // QOpenGLTexture's destructor is not virtual; the palette family starts its own.
+    virtual ~AbstractPalette();
 
     /// Filters nearest/linear, clamp to edge, RGBA8.
     virtual void initialisePalette();

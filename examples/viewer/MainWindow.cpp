@@ -1,0 +1,616 @@
+#include "MainWindow.h"
+
+#include "ConvertedUnit.h"
+#include "DisplaySettingsStore.h"
+#include "SimulatedSonar.h"
+
+#include "ZoomDisplay.h"
+#include "ZoomableFanDisplay.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QCloseEvent>
+#include <QColorDialog>
+#include <QComboBox>
+#include <QDockWidget>
+#include <QDoubleSpinBox>
+#include <QFontDialog>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QScreen>
+#include <QScrollArea>
+#include <QSettings>
+#include <QSlider>
+#include <QSpinBox>
+#include <QStatusBar>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <QWheelEvent>
+#include <QWindow>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+using namespace Halcyra::Nereon::Visualisation;
+namespace Options = FanDisplayOptions;
+using Halcyra::DataProcessing::Units::AbstractUnit;
+
+namespace {
+
+const ConvertedUnit* const distanceUnits[] = {&ConvertedUnit::metres(), &ConvertedUnit::feet()};
+const ConvertedUnit* const areaUnits[] = {&ConvertedUnit::squareMetres(), &ConvertedUnit::squareFeet()};
+
+constexpr double minimumZoom = 1.0;
+constexpr double maximumZoom = 8.0;
+constexpr double defaultClampLevel = 0.01;
+
+void showColour(QPushButton* button, const QColor& colour)
+{
+    QPixmap swatch(32, 14);
+    swatch.fill(colour.isValid() ? colour : QColor(Qt::transparent));
+    button->setIcon(QIcon(swatch));
+    button->setText(colour.name());
+}
+
+} // namespace
+
+MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
+    : QMainWindow(parent), options(viewerOptions)
+{
+    setWindowTitle(tr("Nereon viewer"));
+
+    display = new ZoomableFanDisplay(this);
+    display->setMinimumSize(320, 240);
+    // Units before the first paint: the range labels need one.
+    display->setDistanceUnit(distanceUnits[0]);
+    display->setAreaUnit(areaUnits[0]);
+    display->setClampLevel(static_cast<float>(defaultClampLevel));
+    display->installEventFilter(this);
+    setCentralWidget(display);
+
+    auto* magnifierDock = new QDockWidget(tr("Magnifier"), this);
+    magnifierDock->setObjectName("magnifierDock");
+    magnifierDock->setWidget(createMagnifierPanel());
+    addDockWidget(Qt::LeftDockWidgetArea, magnifierDock);
+
+    auto* sonarDock = new QDockWidget(tr("Simulated sonar"), this);
+    sonarDock->setObjectName("sonarDock");
+    sonarDock->setWidget(createSonarControls());
+    addDockWidget(Qt::LeftDockWidgetArea, sonarDock);
+
+    auto* controlsDock = new QDockWidget(tr("Display"), this);
+    controlsDock->setObjectName("displayDock");
+    auto* scroll = new QScrollArea;
+    scroll->setWidget(createDisplayControls());
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    controlsDock->setWidget(scroll);
+    addDockWidget(Qt::RightDockWidgetArea, controlsDock);
+
+    frameRateLabel = new QLabel(tr("No frames"));
+    positionLabel = new QLabel;
+    frameRateLabel->setObjectName("frameRateLabel");
+    positionLabel->setObjectName("positionLabel");
+    statusBar()->addWidget(positionLabel, 1);
+    statusBar()->addPermanentWidget(frameRateLabel);
+
+    if (options.useSavedSettings)
+        restoreSettings();
+    applyCommandLine(options);
+    showLook();
+    connectControls();
+
+    connect(display, &FanDisplay::frameRateChanged, this,
+            [this](int rate) { frameRateLabel->setText(tr("%1 frames/s").arg(rate)); });
+    connect(display, &FanDisplay::newMousePosition, this, &MainWindow::showPosition);
+
+    if (options.windowSize.isValid())
+        resize(options.windowSize);
+    else if (!options.useSavedSettings || QSettings().value("window/geometry").isNull())
+        resize(1280, 800);
+
+    startSonar();
+
+    if (!options.screenshotPath.isEmpty()) {
+        // Should the frames never come, still leave a picture and fail.
+        const int patience = 20000 + 1000 * options.frames / std::max(1, sonarConfiguration.frameRate);
+        QTimer::singleShot(patience, this, [this] { takeScreenshot(false); });
+    }
+}
+
+MainWindow::~MainWindow()
+{
+    stopSonar();
+}
+
+QWidget* MainWindow::createMagnifierPanel()
+{
+    auto* panel = new QWidget;
+    auto* layout = new QVBoxLayout(panel);
+    magnifier = display->getZoomDisplay();
+    magnifier->setMinimumSize(260, 260);
+    magnifier->installEventFilter(this);
+    magnifier->setToolTip(tr("Drag the outline on the main display to move; wheel to zoom"));
+    layout->addWidget(magnifier, 1);
+
+    auto* buttons = new QHBoxLayout;
+    auto* zoomIn = new QPushButton(tr("Zoom in"));
+    auto* zoomOut = new QPushButton(tr("Zoom out"));
+    auto* reset = new QPushButton(tr("Reset"));
+    connect(zoomIn, &QPushButton::clicked, this, [this] { magnifier->zoomIn(); });
+    connect(zoomOut, &QPushButton::clicked, this, [this] { magnifier->zoomOut(); });
+    connect(reset, &QPushButton::clicked, this, [this] { magnifier->reset(); });
+    buttons->addWidget(zoomIn);
+    buttons->addWidget(zoomOut);
+    buttons->addWidget(reset);
+    layout->addLayout(buttons);
+    return panel;
+}
+
+QWidget* MainWindow::createDisplayControls()
+{
+    auto* panel = new QWidget;
+    auto* form = new QFormLayout(panel);
+
+    paletteBox = new QComboBox;
+
+    paletteBox->setObjectName("paletteBox");
+    paletteBox->addItems({tr("Greyscale"), tr("Bronze"), tr("Blue"), tr("Green"), tr("Red-yellow"),
+                          tr("Multicolour"), tr("Fire"), tr("Aqua")});
+    form->addRow(tr("Palette"), paletteBox);
+    modifierSlider = new QSlider(Qt::Horizontal);
+    modifierSlider->setObjectName("modifierSlider");
+    modifierSlider->setRange(0, 255);
+    modifierSlider->setToolTip(tr("Shapes the Fire and Aqua palettes"));
+    form->addRow(tr("Modifier"), modifierSlider);
+
+    despeckleBox = new QSpinBox;
+
+    despeckleBox->setObjectName("despeckleBox");
+    despeckleBox->setRange(0, 9);
+    despeckleBox->setSpecialValueText(tr("Off"));
+    form->addRow(tr("Despeckle"), despeckleBox);
+    clampBox = new QDoubleSpinBox;
+    clampBox->setObjectName("clampBox");
+    clampBox->setRange(0.0, 0.5);
+    clampBox->setDecimals(3);
+    clampBox->setSingleStep(0.005);
+    clampBox->setValue(defaultClampLevel);
+    clampBox->setToolTip(tr("Fraction of the darkest and brightest pixels left out of the contrast"));
+    form->addRow(tr("Clamp"), clampBox);
+
+    labelsBox = new QCheckBox(tr("Range labels"));
+    arcsBox = new QCheckBox(tr("Range arcs"));
+    linesBox = new QCheckBox(tr("Range lines"));
+    form->addRow(tr("Overlays"), labelsBox);
+    form->addRow(QString(), arcsBox);
+    form->addRow(QString(), linesBox);
+
+    measurementBox = new QComboBox;
+
+    measurementBox->setObjectName("measurementBox");
+    measurementBox->addItems({tr("Distance"), tr("Rectangle area"), tr("Circle area")});
+    form->addRow(tr("Measure"), measurementBox);
+    distanceUnitBox = new QComboBox;
+    distanceUnitBox->setObjectName("distanceUnitBox");
+    for (const ConvertedUnit* unit : distanceUnits)
+        distanceUnitBox->addItem(QString::fromStdString(unit->getName()));
+    form->addRow(tr("Distances"), distanceUnitBox);
+    areaUnitBox = new QComboBox;
+    areaUnitBox->setObjectName("areaUnitBox");
+    for (const ConvertedUnit* unit : areaUnits)
+        areaUnitBox->addItem(QString::fromStdString(unit->getName()));
+    form->addRow(tr("Areas"), areaUnitBox);
+
+    rotationBox = new QSpinBox;
+
+    rotationBox->setObjectName("rotationBox");
+    rotationBox->setRange(0, 359);
+    rotationBox->setWrapping(true);
+    rotationBox->setSingleStep(15);
+    rotationBox->setSuffix(QStringLiteral("\u00b0"));
+    form->addRow(tr("Rotation"), rotationBox);
+    mirrorBox = new QCheckBox(tr("Mirror left-right"));
+    mirrorBox->setObjectName("mirrorBox");
+    form->addRow(QString(), mirrorBox);
+    upsideDownButton = new QPushButton(tr("Turn upside down"));
+    form->addRow(QString(), upsideDownButton);
+
+    zoomBox = new QDoubleSpinBox;
+
+    zoomBox->setObjectName("zoomBox");
+    zoomBox->setRange(minimumZoom, maximumZoom);
+    zoomBox->setSingleStep(0.25);
+    zoomBox->setSuffix(QStringLiteral("\u00d7"));
+    zoomBox->setToolTip(tr("Also the mouse wheel over the display"));
+    animateBox = new QCheckBox(tr("Animate"));
+    animateBox->setChecked(true);
+    auto* zoomRow = new QHBoxLayout;
+    zoomRow->addWidget(zoomBox, 1);
+    zoomRow->addWidget(animateBox);
+    form->addRow(tr("Zoom"), zoomRow);
+
+    brandingBox = new QCheckBox(tr("Show logos"));
+    form->addRow(tr("Branding"), brandingBox);
+    clearColourButton = new QPushButton;
+    form->addRow(tr("Background"), clearColourButton);
+    textColourButton = new QPushButton;
+    form->addRow(tr("Text"), textColourButton);
+    fontButton = new QPushButton(tr("Choose\u2026"));
+    form->addRow(tr("Text font"), fontButton);
+    return panel;
+}
+
+QWidget* MainWindow::createSonarControls()
+{
+    auto* panel = new QWidget;
+    auto* form = new QFormLayout(panel);
+    beamsBox = new QComboBox;
+    beamsBox->setObjectName("beamsBox");
+    beamsBox->addItems({"256", "512"});
+    form->addRow(tr("Beams"), beamsBox);
+    apertureBox = new QSpinBox;
+    apertureBox->setRange(30, 170);
+    apertureBox->setSuffix(QStringLiteral("\u00b0"));
+    form->addRow(tr("Aperture"), apertureBox);
+    rangeBox = new QDoubleSpinBox;
+    rangeBox->setRange(2.0, 150.0);
+    rangeBox->setDecimals(1);
+    rangeBox->setSuffix(tr(" m"));
+    form->addRow(tr("Range"), rangeBox);
+    rangeLinesBox = new QSpinBox;
+    rangeLinesBox->setRange(100, 1500);
+    rangeLinesBox->setSingleStep(50);
+    form->addRow(tr("Range lines"), rangeLinesBox);
+    frameRateBox = new QSpinBox;
+    frameRateBox->setRange(1, 60);
+    frameRateBox->setSuffix(tr(" Hz"));
+    form->addRow(tr("Ping rate"), frameRateBox);
+    pingingBox = new QCheckBox(tr("Pinging"));
+    pingingBox->setChecked(true);
+    form->addRow(QString(), pingingBox);
+    return panel;
+}
+
+void MainWindow::connectControls()
+{
+    using IntSignal = void (QComboBox::*)(int);
+    const auto comboChanged = static_cast<IntSignal>(&QComboBox::currentIndexChanged);
+    const auto spinChanged = QOverload<int>::of(&QSpinBox::valueChanged);
+    const auto doubleChanged = QOverload<double>::of(&QDoubleSpinBox::valueChanged);
+
+    connect(paletteBox, comboChanged, this, [this](int index) {
+        display->setPalette(static_cast<Options::Palette>(index));
+        showLook();
+    });
+    connect(modifierSlider, &QSlider::valueChanged, this,
+            [this](int value) { display->setPaletteModifier(static_cast<uint8_t>(value)); });
+    connect(despeckleBox, spinChanged, display, &FanDisplay::setDespeckleLevel);
+    connect(clampBox, doubleChanged, this,
+            [this](double level) { display->setClampLevel(static_cast<float>(level)); });
+    const std::pair<QCheckBox*, Options::OverlayFeature> overlays[] = {
+        {labelsBox, Options::RangeLabels}, {arcsBox, Options::RangeArcs}, {linesBox, Options::RangeLines}};
+    for (const auto& [box, feature] : overlays) {
+        const Options::OverlayFeature f = feature;
+        connect(box, &QCheckBox::toggled, this,
+                [this, f](bool on) { display->setOverlayFeature(f, on); });
+    }
+    connect(measurementBox, comboChanged, this, [this](int index) {
+        display->setMeasurementMode(static_cast<Options::MeasurementMode>(index));
+        display->update();
+    });
+    connect(distanceUnitBox, comboChanged, this, [this](int index) {
+        display->setDistanceUnit(distanceUnits[index]);
+        display->update();
+        positionLabel->clear();
+    });
+    connect(areaUnitBox, comboChanged, this, [this](int index) {
+        display->setAreaUnit(areaUnits[index]);
+        display->update();
+    });
+    connect(rotationBox, spinChanged, display, &FanDisplay::setRotation);
+    connect(mirrorBox, &QCheckBox::toggled, this, [this](bool mirrored) {
+        if (display->getCurrentDisplaySettings().horizontalFlip != mirrored)
+            display->horizontalFlip();
+    });
+    connect(upsideDownButton, &QPushButton::clicked, this, [this] {
+        display->verticalFlip();
+        showLook();
+    });
+    connect(zoomBox, doubleChanged, this, [this](double level) {
+        if (std::abs(level - display->getZoomLevel()) > 1e-6)
+            display->setZoomLevel(static_cast<float>(level), animateBox->isChecked());
+    });
+    connect(brandingBox, &QCheckBox::toggled, this, [this](bool on) {
+        display->setBranding(on);
+        display->update();
+    });
+    connect(clearColourButton, &QPushButton::clicked, this, [this] { chooseColour(true); });
+    connect(textColourButton, &QPushButton::clicked, this, [this] { chooseColour(false); });
+    connect(fontButton, &QPushButton::clicked, this, [this] {
+        bool ok = false;
+        const QFont font = QFontDialog::getFont(&ok, fontButton->font(), this, tr("Text font"));
+        if (ok) {
+            fontButton->setFont(font);
+            display->setFont(font);
+            display->update();
+        }
+    });
+
+    connect(beamsBox, comboChanged, this, [this](int) { sendSonarConfiguration(); });
+    connect(apertureBox, spinChanged, this, [this](int) { sendSonarConfiguration(); });
+    connect(rangeBox, doubleChanged, this, [this](double) { sendSonarConfiguration(); });
+    connect(rangeLinesBox, spinChanged, this, [this](int) { sendSonarConfiguration(); });
+    connect(frameRateBox, spinChanged, this, [this](int) { sendSonarConfiguration(); });
+    connect(pingingBox, &QCheckBox::toggled, this, [this](bool on) {
+        if (on)
+            QMetaObject::invokeMethod(sonar, &SimulatedSonar::start);
+        else
+            QMetaObject::invokeMethod(sonar, &SimulatedSonar::stop);
+    });
+}
+
+void MainWindow::showLook()
+{
+    const Options::DisplaySettings look = display->getCurrentDisplaySettings();
+    const QSignalBlocker blockers[] = {QSignalBlocker(paletteBox), QSignalBlocker(modifierSlider),
+                                       QSignalBlocker(labelsBox),  QSignalBlocker(arcsBox),
+                                       QSignalBlocker(linesBox),   QSignalBlocker(rotationBox),
+                                       QSignalBlocker(mirrorBox),  QSignalBlocker(zoomBox)};
+    paletteBox->setCurrentIndex(look.palette);
+    const bool computed = look.palette == Options::Fire || look.palette == Options::Aqua;
+    modifierSlider->setEnabled(computed);
+    if (computed)
+        modifierSlider->setValue(look.paletteModifier);
+    labelsBox->setChecked(look.showRangeLabels);
+    arcsBox->setChecked(look.showRangeArcs);
+    linesBox->setChecked(look.showRangeLines);
+    const int degrees = static_cast<int>(std::lround(look.rotation)) % 360;
+    rotationBox->setValue(degrees < 0 ? degrees + 360 : degrees);
+    mirrorBox->setChecked(look.horizontalFlip);
+    zoomBox->setValue(display->getZoomLevel());
+    showColour(clearColourButton, look.clearColour);
+    showColour(textColourButton, look.textColour);
+}
+
+void MainWindow::chooseColour(bool clearColour)
+{
+    const Options::DisplaySettings look = display->getCurrentDisplaySettings();
+    const QColor current = clearColour ? look.clearColour : look.textColour;
+    const QColor chosen = QColorDialog::getColor(
+        current, this, clearColour ? tr("Background colour") : tr("Text colour"));
+    if (!chosen.isValid())
+        return;
+    if (clearColour)
+        display->setClearColour(chosen);
+    else
+        display->setTextColour(chosen);
+    display->update();
+    showLook();
+}
+
+void MainWindow::showPosition(double x, double y, double range, double bearing)
+{
+    const AbstractUnit* unit = distanceUnits[distanceUnitBox->currentIndex()];
+    const QString symbol = QString::fromStdString(unit->getSymbol());
+    auto length = [unit, &symbol](double metres) {
+        return QString::number(unit->convertFromBase(metres), 'f', 2) + ' ' + symbol;
+    };
+    positionLabel->setText(tr("Across %1   Along %2   Range %3   Bearing %4\u00b0")
+                               .arg(length(x), length(y), length(range))
+                               .arg(bearing, 0, 'f', 1));
+}
+
+void MainWindow::setZoomLevel(double level)
+{
+    level = std::clamp(level, minimumZoom, maximumZoom);
+    display->setZoomLevel(static_cast<float>(level), animateBox->isChecked());
+    const QSignalBlocker blocker(zoomBox);
+    zoomBox->setValue(level);
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() == QEvent::Wheel) {
+        const int delta = static_cast<QWheelEvent*>(event)->angleDelta().y();
+        if (delta == 0)
+            return false;
+        if (watched == magnifier) {
+            if (delta > 0)
+                magnifier->zoomIn();
+            else
+                magnifier->zoomOut();
+            return true;
+        }
+        if (watched == display) {
+            setZoomLevel(display->getZoomLevel() * (delta > 0 ? 1.25 : 0.8));
+            return true;
+        }
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
+void MainWindow::restoreSettings()
+{
+    QSettings settings;
+    settings.beginGroup("display");
+    display->configureFromSettings(DisplaySettingsStore::read(settings, display->getCurrentDisplaySettings()));
+    settings.endGroup();
+
+    settings.beginGroup("viewer");
+    despeckleBox->setValue(settings.value("despeckleLevel", 0).toInt());
+    clampBox->setValue(settings.value("clampLevel", defaultClampLevel).toDouble());
+    measurementBox->setCurrentIndex(std::clamp(settings.value("measurementMode", 0).toInt(), 0, 2));
+    distanceUnitBox->setCurrentIndex(std::clamp(settings.value("distanceUnit", 0).toInt(), 0, 1));
+    areaUnitBox->setCurrentIndex(std::clamp(settings.value("areaUnit", 0).toInt(), 0, 1));
+    brandingBox->setChecked(settings.value("branding", false).toBool());
+    animateBox->setChecked(settings.value("animateZoom", true).toBool());
+    QFont font;
+    if (font.fromString(settings.value("font").toString())) {
+        fontButton->setFont(font);
+        display->setFont(font);
+    }
+    const double zoom = std::clamp(settings.value("zoomLevel", 1.0).toDouble(), minimumZoom, maximumZoom);
+    display->setZoomLevel(static_cast<float>(zoom), false);
+    settings.endGroup();
+
+    settings.beginGroup("sonar");
+    sonarConfiguration.beamCount = settings.value("beams", sonarConfiguration.beamCount).toInt() == 512 ? 512 : 256;
+    sonarConfiguration.apertureDegrees = std::clamp(
+        settings.value("aperture", sonarConfiguration.apertureDegrees).toDouble(), 30.0, 170.0);
+    sonarConfiguration.range = std::clamp(settings.value("range", sonarConfiguration.range).toDouble(), 2.0, 150.0);
+    sonarConfiguration.rangeLines =
+        std::clamp(settings.value("rangeLines", sonarConfiguration.rangeLines).toInt(), 100, 1500);
+    sonarConfiguration.frameRate = std::clamp(settings.value("frameRate", sonarConfiguration.frameRate).toInt(), 1, 60);
+    settings.endGroup();
+
+    restoreGeometry(settings.value("window/geometry").toByteArray());
+    restoreState(settings.value("window/state").toByteArray());
+}
+
+void MainWindow::saveSettings() const
+{
+    QSettings settings;
+    settings.beginGroup("display");
+    DisplaySettingsStore::write(settings, display->getCurrentDisplaySettings());
+    settings.endGroup();
+
+    settings.beginGroup("viewer");
+    settings.setValue("despeckleLevel", despeckleBox->value());
+    settings.setValue("clampLevel", clampBox->value());
+    settings.setValue("measurementMode", measurementBox->currentIndex());
+    settings.setValue("distanceUnit", distanceUnitBox->currentIndex());
+    settings.setValue("areaUnit", areaUnitBox->currentIndex());
+    settings.setValue("branding", brandingBox->isChecked());
+    settings.setValue("animateZoom", animateBox->isChecked());
+    settings.setValue("font", fontButton->font().toString());
+    settings.setValue("zoomLevel", display->getZoomLevel());
+    settings.endGroup();
+
+    settings.beginGroup("sonar");
+    settings.setValue("beams", sonarConfiguration.beamCount);
+    settings.setValue("aperture", sonarConfiguration.apertureDegrees);
+    settings.setValue("range", sonarConfiguration.range);
+    settings.setValue("rangeLines", sonarConfiguration.rangeLines);
+    settings.setValue("frameRate", sonarConfiguration.frameRate);
+    settings.endGroup();
+
+    settings.setValue("window/geometry", saveGeometry());
+    settings.setValue("window/state", saveState());
+}
+
+void MainWindow::applyCommandLine(const ViewerOptions& commandLine)
+{
+    if (commandLine.palette >= 0)
+        display->setPalette(static_cast<Options::Palette>(commandLine.palette));
+    if (commandLine.paletteModifier >= 0)
+        display->setPaletteModifier(static_cast<uint8_t>(commandLine.paletteModifier));
+    if (commandLine.despeckleLevel >= 0)
+        despeckleBox->setValue(commandLine.despeckleLevel);
+    if (commandLine.clampLevel >= 0.0)
+        clampBox->setValue(commandLine.clampLevel);
+    if (commandLine.feet) {
+        distanceUnitBox->setCurrentIndex(1);
+        areaUnitBox->setCurrentIndex(1);
+    }
+    if (commandLine.beamCount > 0)
+        sonarConfiguration.beamCount = commandLine.beamCount;
+    if (commandLine.zoomLevel > 0.0)
+        display->setZoomLevel(static_cast<float>(commandLine.zoomLevel), false);
+
+    // The controls set above are not connected yet: hand their values over now.
+    display->setDespeckleLevel(despeckleBox->value());
+    display->setClampLevel(static_cast<float>(clampBox->value()));
+    display->setMeasurementMode(static_cast<Options::MeasurementMode>(measurementBox->currentIndex()));
+    display->setDistanceUnit(distanceUnits[distanceUnitBox->currentIndex()]);
+    display->setAreaUnit(areaUnits[areaUnitBox->currentIndex()]);
+    display->setBranding(brandingBox->isChecked());
+
+    const QSignalBlocker blockers[] = {QSignalBlocker(beamsBox), QSignalBlocker(apertureBox),
+                                       QSignalBlocker(rangeBox), QSignalBlocker(rangeLinesBox),
+                                       QSignalBlocker(frameRateBox)};
+    beamsBox->setCurrentIndex(sonarConfiguration.beamCount == 512 ? 1 : 0);
+    apertureBox->setValue(static_cast<int>(std::lround(sonarConfiguration.apertureDegrees)));
+    rangeBox->setValue(sonarConfiguration.range);
+    rangeLinesBox->setValue(sonarConfiguration.rangeLines);
+    frameRateBox->setValue(sonarConfiguration.frameRate);
+}
+
+void MainWindow::sendSonarConfiguration()
+{
+    sonarConfiguration.beamCount = beamsBox->currentIndex() == 1 ? 512 : 256;
+    sonarConfiguration.apertureDegrees = apertureBox->value();
+    sonarConfiguration.range = rangeBox->value();
+    sonarConfiguration.rangeLines = rangeLinesBox->value();
+    sonarConfiguration.frameRate = frameRateBox->value();
+    const SonarConfiguration configuration = sonarConfiguration;
+    SimulatedSonar* target = sonar;
+    QMetaObject::invokeMethod(sonar, [target, configuration] { target->setConfiguration(configuration); });
+}
+
+void MainWindow::startSonar()
+{
+    sonar = new SimulatedSonar(sonarConfiguration);
+    sonar->moveToThread(&sonarThread);
+    connect(&sonarThread, &QThread::finished, sonar, &QObject::deleteLater);
+    connect(&sonarThread, &QThread::started, sonar, &SimulatedSonar::start);
+    // Queued across the threads, as frames from a real driver would be.
+    connect(sonar, &SimulatedSonar::newImage, display, &FanDisplay::newImageReceived);
+    connect(sonar, &SimulatedSonar::disconnected, display, &FanDisplay::sonarDisconnected);
+    connect(sonar, &SimulatedSonar::newImage, this, [this] {
+        if (sonar)
+            sonar->frameDelivered();
+        countFrameForScreenshot();
+    });
+    sonarThread.setObjectName("simulated sonar");
+    sonarThread.start();
+}
+
+void MainWindow::stopSonar()
+{
+    if (!sonarThread.isRunning())
+        return;
+    sonarThread.quit();
+    sonarThread.wait();
+    sonar = nullptr;
+}
+
+void MainWindow::countFrameForScreenshot()
+{
+    if (options.screenshotPath.isEmpty() || screenshotTaken || ++framesSeen != options.frames)
+        return;
+    // Give the last frame time to reach the screen.
+    QTimer::singleShot(300, this, [this] { takeScreenshot(true); });
+}
+
+void MainWindow::takeScreenshot(bool complete)
+{
+    if (screenshotTaken)
+        return;
+    screenshotTaken = true;
+    QScreen* screen = windowHandle() ? windowHandle()->screen() : QGuiApplication::primaryScreen();
+    QPixmap picture;
+    if (options.fanOnly) {
+        const QPoint origin = display->mapTo(this, QPoint(0, 0));
+        picture = screen->grabWindow(winId(), origin.x(), origin.y(), display->width(), display->height());
+    } else {
+        picture = screen->grabWindow(winId());
+    }
+    const bool saved = picture.save(options.screenshotPath);
+    if (!saved)
+        std::fprintf(stderr, "Could not save %s\n", qPrintable(options.screenshotPath));
+    if (!complete)
+        std::fprintf(stderr, "Only %d of %d frames arrived\n", framesSeen, options.frames);
+    QCoreApplication::exit(saved && complete ? 0 : 1);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    if (options.useSavedSettings)
+        saveSettings();
+    stopSonar();
+    event->accept();
+}

@@ -1,0 +1,101 @@
+#pragma once
+
+#include "SonarConfiguration.h"
+#include "ViewerOptions.h"
+
+#include "FanDisplayOptions.h"
+
+#include <QMainWindow>
+#include <QThread>
+
+class QCheckBox;
+class QComboBox;
+class QDoubleSpinBox;
+class QLabel;
+class QPushButton;
+class QSlider;
+class QSpinBox;
+class SimulatedSonar;
+
+namespace Halcyra::Nereon::Visualisation {
+class ZoomableFanDisplay;
+class ZoomDisplay;
+} // namespace Halcyra::Nereon::Visualisation
+
+/**
+ * The viewer: the zoomable fan display in the middle, the magnifier and the
+ * simulated sonar's controls on the left, the display's controls on the right,
+ * frame rate and mouse position in the status bar.
+ */
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    explicit MainWindow(const ViewerOptions& options, QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    QWidget* createMagnifierPanel();
+    QWidget* createDisplayControls();
+    QWidget* createSonarControls();
+    void connectControls();
+    void restoreSettings();
+    void saveSettings() const;
+    void applyCommandLine(const ViewerOptions& options);
+    /// Brings the controls in line with the display without feeding changes back.
+    void showLook();
+    void showPosition(double x, double y, double range, double bearing);
+    void setZoomLevel(double level);
+    void chooseColour(bool clearColour);
+    void sendSonarConfiguration();
+    void startSonar();
+    void stopSonar();
+    void countFrameForScreenshot();
+    void takeScreenshot(bool complete);
+
+    Halcyra::Nereon::Visualisation::ZoomableFanDisplay* display = nullptr;
+    Halcyra::Nereon::Visualisation::ZoomDisplay* magnifier = nullptr;
+
+    QThread sonarThread;
+    SimulatedSonar* sonar = nullptr;
+    SonarConfiguration sonarConfiguration;
+
+    QComboBox* paletteBox = nullptr;
+    QSlider* modifierSlider = nullptr;
+    QSpinBox* despeckleBox = nullptr;
+    QDoubleSpinBox* clampBox = nullptr;
+    QCheckBox* labelsBox = nullptr;
+    QCheckBox* arcsBox = nullptr;
+    QCheckBox* linesBox = nullptr;
+    QComboBox* measurementBox = nullptr;
+    QComboBox* distanceUnitBox = nullptr;
+    QComboBox* areaUnitBox = nullptr;
+    QSpinBox* rotationBox = nullptr;
+    QCheckBox* mirrorBox = nullptr;
+    QPushButton* upsideDownButton = nullptr;
+    QDoubleSpinBox* zoomBox = nullptr;
+    QCheckBox* animateBox = nullptr;
+    QCheckBox* brandingBox = nullptr;
+    QPushButton* clearColourButton = nullptr;
+    QPushButton* textColourButton = nullptr;
+    QPushButton* fontButton = nullptr;
+
+    QComboBox* beamsBox = nullptr;
+    QSpinBox* apertureBox = nullptr;
+    QDoubleSpinBox* rangeBox = nullptr;
+    QSpinBox* rangeLinesBox = nullptr;
+    QSpinBox* frameRateBox = nullptr;
+    QCheckBox* pingingBox = nullptr;
+
+    QLabel* frameRateLabel = nullptr;
+    QLabel* positionLabel = nullptr;
+
+    ViewerOptions options;
+    int framesSeen = 0;
+    bool screenshotTaken = false;
+};

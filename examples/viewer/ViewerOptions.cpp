@@ -1,0 +1,94 @@
+#include "ViewerOptions.h"
+
+#include <QCommandLineParser>
+
+namespace {
+
+bool toInteger(const QString& text, int low, int high, int& result)
+{
+    bool ok = false;
+    const int value = text.toInt(&ok);
+    if (!ok || value < low || value > high)
+        return false;
+    result = value;
+    return true;
+}
+
+} // namespace
+
+ViewerOptions ViewerOptions::parse(const QStringList& arguments)
+{
+    ViewerOptions options;
+    QCommandLineParser parser;
+    parser.setApplicationDescription("Shows a simulated multibeam sonar on the fan display.");
+    const QCommandLineOption help = parser.addHelpOption();
+    const QCommandLineOption screenshot("screenshot", "Save the window to <file> and quit.", "file");
+    const QCommandLineOption frames("frames", "Frames to show before the screenshot (default 30).", "n");
+    const QCommandLineOption palette("palette", "Palette 0 to 7.", "n");
+    const QCommandLineOption modifier("modifier", "Modifier of the Fire and Aqua palettes, 0 to 255.", "n");
+    const QCommandLineOption beams("beams", "Beams of the simulated sonar: 256 or 512.", "n");
+    const QCommandLineOption despeckle("despeckle", "Despeckle level, 0 (off) to 9.", "n");
+    const QCommandLineOption clamp("clamp", "Clamp level, 0 to 0.5.", "fraction");
+    const QCommandLineOption zoom("zoom", "Zoom level of the main display, 1 to 8.", "level");
+    const QCommandLineOption feet("feet", "Show distances in feet and areas in square feet.");
+    const QCommandLineOption fresh("no-settings", "Neither restore nor save the look.");
+    const QCommandLineOption size("size", "Window size, e.g. 1280x800.", "WxH");
+    const QCommandLineOption fanOnly("fan-only", "The screenshot shows only the fan display.");
+    parser.addOptions({screenshot, frames, palette, modifier, beams, despeckle, clamp, zoom, feet,
+                       fresh, size, fanOnly});
+
+    if (!parser.parse(arguments)) {
+        options.error = parser.errorText();
+        return options;
+    }
+    if (parser.isSet(help)) {
+        options.helpShown = true;
+        options.error = parser.helpText();
+        return options;
+    }
+    auto fail = [&options](const QString& message) {
+        options.error = message;
+        return options;
+    };
+
+    options.screenshotPath = parser.value(screenshot);
+    if (parser.isSet(frames) && !toInteger(parser.value(frames), 1, 100000, options.frames))
+        return fail("--frames needs a positive number");
+    if (parser.isSet(palette) && !toInteger(parser.value(palette), 0, 7, options.palette))
+        return fail("--palette needs a number from 0 to 7");
+    if (parser.isSet(modifier) && !toInteger(parser.value(modifier), 0, 255, options.paletteModifier))
+        return fail("--modifier needs a number from 0 to 255");
+    if (parser.isSet(beams)) {
+        if (!toInteger(parser.value(beams), 256, 512, options.beamCount)
+            || (options.beamCount != 256 && options.beamCount != 512))
+            return fail("--beams needs 256 or 512");
+    }
+    if (parser.isSet(despeckle) && !toInteger(parser.value(despeckle), 0, 9, options.despeckleLevel))
+        return fail("--despeckle needs a number from 0 to 9");
+    if (parser.isSet(clamp)) {
+        bool ok = false;
+        options.clampLevel = parser.value(clamp).toDouble(&ok);
+        if (!ok || options.clampLevel < 0.0 || options.clampLevel > 0.5)
+            return fail("--clamp needs a fraction from 0 to 0.5");
+    }
+    if (parser.isSet(zoom)) {
+        bool ok = false;
+        options.zoomLevel = parser.value(zoom).toDouble(&ok);
+        if (!ok || options.zoomLevel < 1.0 || options.zoomLevel > 8.0)
+            return fail("--zoom needs a level from 1 to 8");
+    }
+    if (parser.isSet(size)) {
+        const QStringList parts = parser.value(size).split('x');
+        int w = 0;
+        int h = 0;
+        if (parts.size() != 2 || !toInteger(parts[0], 320, 8192, w) || !toInteger(parts[1], 240, 8192, h))
+            return fail("--size needs WIDTHxHEIGHT, at least 320x240");
+        options.windowSize = QSize(w, h);
+    }
+    options.feet = parser.isSet(feet);
+    options.fanOnly = parser.isSet(fanOnly);
+    options.useSavedSettings = !parser.isSet(fresh) && options.screenshotPath.isEmpty();
+    if (!parser.positionalArguments().isEmpty())
+        return fail("unexpected argument " + parser.positionalArguments().first());
+    return options;
+}

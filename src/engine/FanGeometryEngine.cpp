@@ -1,0 +1,715 @@
+#include "engine/FanGeometryEngine.h"
+
+#include "nereon/NereonImage.h"
+#include "palettes/AquaPalette.h"
+#include "palettes/FirePalette.h"
+#include "palettes/StandardPalettes.h"
+#include "units/AbstractUnit.h"
+
+#include <QVector2D>
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <locale>
+#include <sstream>
+
+namespace Halcyra::Nereon::Visualisation {
+
+namespace {
+
+// Single-precision π/180, used wherever degrees become radians.
+constexpr float degreesToRadiansFactor = 0.017453292f;
+
+// One twelfth: the offset of a band's centre in the six-band palette texture.
+constexpr float paletteBandCentre = 0.083333336f;
+
+const QString vertexShaderPath =
+    QStringLiteral(":/ternwick-nereon-visualisation/shaders/fan-image/VertexShader.glsl");
+const QString fragmentShaderPath =
+    QStringLiteral(":/ternwick-nereon-visualisation/shaders/fan-image/FragmentShader.glsl");
+
+// The one histogram shared by every engine; all callers are on the GUI thread.
+std::array<std::uint32_t, 256> histogram;
+
+float rowCoordinateOfPalette(FanDisplayOptions::Palette palette)
+{
+    if (static_cast<std::int32_t>(palette) <= 5)
+        return 1.0f - (static_cast<float>(palette) / 6.0f + paletteBandCentre);
+    return 0.5f;
+}
+
+/**
+ * Counts every byte into the shared histogram. Runs of equal values (a dark sea
+ * is mostly zeros) make a single table stall on store-to-load forwarding, so
+ * the bytes are spread over four tables, eight bytes per 64-bit load, and
+ * all-zero words are counted in a register without touching memory.
+ */
+void countAll(const std::uint8_t* data, std::size_t count)
+{
+    alignas(64) std::uint32_t tables[4][256] = {};
+    std::uint64_t zeros = 0;
+
+    std::size_t i = 0;
+    for (; i + 8 <= count; i += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, data + i, sizeof word);
+        if (word == 0) {
+            zeros += 8;
+            continue;
+        }
+        ++tables[0][word & 0xff];
+        ++tables[1][(word >> 8) & 0xff];
+        ++tables[2][(word >> 16) & 0xff];
+        ++tables[3][(word >> 24) & 0xff];
+        ++tables[0][(word >> 32) & 0xff];
+        ++tables[1][(word >> 40) & 0xff];
+        ++tables[2][(word >> 48) & 0xff];
+        ++tables[3][word >> 56];
+    }
+    for (; i < count; ++i)
+        ++tables[0][data[i]];
+
+    for (std::size_t bin = 0; bin < 256; ++bin)
+        histogram[bin] = tables[0][bin] + tables[1][bin] + tables[2][bin] + tables[3][bin];
+    histogram[0] += static_cast<std::uint32_t>(zeros);
+}
+
+/// The bins [0, lowLast] and [highFirst, 255] that the scans from each end are expected to need.
+struct HistogramEnds
+{
+    int lowLast = 255;
+    int highFirst = 1;
+};
+
+/**
+ * Guesses from every 61st byte how far in from each end the threshold scans
+ * will go, with a wide margin. A bad guess costs time, never accuracy: the
+ * counts are checked before they are trusted.
+ */
+HistogramEnds estimateEnds(const std::uint8_t* data, std::size_t count, std::int64_t target)
+{
+    constexpr std::size_t stride = 61; // odd, so as not to follow the beams of a row
+    std::uint32_t sample[256] = {};
+    std::size_t samples = 0;
+    for (std::size_t i = 0; i < count; i += stride, ++samples)
+        ++sample[data[i]];
+
+    const double wanted = 2.0 * static_cast<double>(target) * static_cast<double>(samples)
+                              / static_cast<double>(count)
+                          + 8.0;
+    HistogramEnds ends;
+    double sum = 0.0;
+    for (int bin = 0; bin <= 255; ++bin) {
+        sum += sample[bin];
+        if (sum >= wanted) {
+            ends.lowLast = bin;
+            break;
+        }
+    }
+    sum = 0.0;
+    for (int bin = 255; bin >= 1; --bin) {
+        sum += sample[bin];
+        if (sum >= wanted) {
+            ends.highFirst = bin;
+            break;
+        }
+    }
+    return ends;
+}
+
+/**
+ * Copies the bytes (when copy is not null) and counts exactly those in bin 0,
+ * in [1, lowLast] and in [highFirst, 255]; the bins in between stay 0. Zeros
+ * are counted sixteen at a time in vector lanes, and only the few bytes at the
+ * ends go through the table.
+ */
+void countEnds(const std::uint8_t* data, std::uint8_t* copy, std::size_t count, HistogramEnds ends)
+{
+    histogram.fill(0);
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i lowLast = _mm_set1_epi8(static_cast<char>(ends.lowLast));
+    const __m128i highFirst = _mm_set1_epi8(static_cast<char>(ends.highFirst));
+    std::uint64_t zeros = 0;
+
+    std::size_t i = 0;
+    const std::size_t vectorEnd = count - count % 16;
+    while (i < vectorEnd) {
+        // The 8-bit lane counters would overflow after 255 vectors.
+        const std::size_t blockEnd = std::min(vectorEnd, i + 255 * 16);
+        __m128i zeroLanes = zero;
+        for (; i < blockEnd; i += 16) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
+            if (copy)
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(copy + i), v);
+            const __m128i isZero = _mm_cmpeq_epi8(v, zero);
+            zeroLanes = _mm_sub_epi8(zeroLanes, isZero);
+            const __m128i isLow = _mm_andnot_si128(isZero, _mm_cmpeq_epi8(_mm_min_epu8(v, lowLast), v));
+            const __m128i isHigh = _mm_cmpeq_epi8(_mm_max_epu8(v, highFirst), v);
+            auto mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(isLow, isHigh)));
+            while (mask != 0) {
+                ++histogram[data[i + static_cast<std::size_t>(__builtin_ctz(mask))]];
+                mask &= mask - 1;
+            }
+        }
+        const __m128i sums = _mm_sad_epu8(zeroLanes, zero);
+        zeros += static_cast<std::uint64_t>(_mm_cvtsi128_si32(sums))
+                 + static_cast<std::uint64_t>(_mm_extract_epi16(sums, 4));
+    }
+    for (; i < count; ++i) {
+        const std::uint8_t v = data[i];
+        if (copy)
+            copy[i] = v;
+        if (v == 0)
+            ++zeros;
+        else if (v <= ends.lowLast || v >= ends.highFirst)
+            ++histogram[v];
+    }
+    histogram[0] = static_cast<std::uint32_t>(zeros);
+}
+
+/// Whether the counted ends hold enough bytes for both scans to stop inside them.
+bool endsReachTarget(HistogramEnds ends, std::int64_t target)
+{
+    std::int64_t low = 0;
+    for (int bin = 0; bin <= ends.lowLast; ++bin)
+        low += histogram[static_cast<std::size_t>(bin)];
+    std::int64_t high = 0;
+    for (int bin = 255; bin >= ends.highFirst; --bin)
+        high += histogram[static_cast<std::size_t>(bin)];
+    return low >= target && high >= target;
+}
+
+/**
+ * Fills the histogram as far as the threshold scans for this target can see,
+ * copying the bytes on the way when copy is not null.
+ */
+void countForThresholds(const std::uint8_t* data, std::uint8_t* copy, std::size_t count,
+                        std::int64_t target)
+{
+    // A target of 0 or less is met by bins 0 and 255 whatever the counts, and
+    // one above the byte count by no bin, so no count can change the result.
+    if (target <= 0 || target > static_cast<std::int64_t>(count)) {
+        if (copy && count > 0)
+            std::memcpy(copy, data, count);
+        histogram.fill(0);
+        return;
+    }
+
+    // Small frames are not worth the guess.
+    constexpr std::size_t smallFrame = 16 * 1024;
+    if (count >= smallFrame) {
+        const HistogramEnds ends = estimateEnds(data, count, target);
+        countEnds(data, copy, count, ends);
+        if (endsReachTarget(ends, target))
+            return;
+        copy = nullptr; // already copied
+    }
+    if (copy)
+        std::memcpy(copy, data, count);
+    countAll(copy ? copy : data, count);
+}
+
+std::int64_t thresholdTarget(std::size_t byteCount, float clampLevel)
+{
+    // Saturate rather than let an oversized product wrap to a negative target.
+    const float product = static_cast<float>(byteCount) * clampLevel;
+    if (product >= 2147483648.0f)
+        return std::numeric_limits<std::int32_t>::max();
+    return static_cast<std::int32_t>(product);
+}
+
+// Numbers of the range labels: one decimal, independent of the global locale.
+std::string formatDistance(double value)
+{
+    std::ostringstream stream;
+    stream.imbue(std::locale::classic());
+    stream.setf(std::ios::fixed, std::ios::floatfield);
+    stream.precision(1);
+    stream << value;
+    return stream.str();
+}
+
+} // namespace
+
+FanGeometryEngine::FanGeometryEngine()
+    : standardPalettes(std::make_unique<Palettes::StandardPalettes>()),
+      firePalette(std::make_unique<Palettes::FirePalette>()),
+      aquaPalette(std::make_unique<Palettes::AquaPalette>())
+{
+}
+
+FanGeometryEngine::~FanGeometryEngine() = default;
+
+void FanGeometryEngine::destroy()
+{
+    standardPalettes.reset();
+    firePalette.reset();
+    aquaPalette.reset();
+    intensities.reset();
+    fanVertexBuffer.destroy();
+}
+
+// ---------------------------------------------------------------------------
+// Frames and thresholds
+
+void FanGeometryEngine::processNewImage(const NereonImage& image)
+{
+    range = image.getRange();
+
+    if (image.getWidth() != width) {
+        width = image.getWidth();
+        newGeometry = true;
+    }
+    height = image.getHeight();
+
+    const std::vector<std::int16_t>& imageBearings = image.getBearings();
+    if (bearings[0] != imageBearings[0] || newGeometry) {
+        bearings = imageBearings;
+        newGeometry = true;
+        aperture = static_cast<float>(bearings[width - 1] - bearings[0]) / 100.0f;
+        const auto wholeAperture = static_cast<std::uint16_t>(static_cast<std::int32_t>(aperture));
+        startAngle = static_cast<std::int16_t>((180 - wholeAperture) / 2);
+    }
+
+    // The copy is made by the counting pass, which reads the bytes anyway.
+    const std::vector<std::uint8_t>& data = image.getData();
+    intensityData.resize(data.size());
+    const std::int64_t target = thresholdTarget(data.size(), clampLevel);
+    countForThresholds(data.data(), intensityData.data(), data.size(), target);
+    applyThresholds(target);
+
+    newImage = true;
+}
+
+void FanGeometryEngine::calculateThresholds()
+{
+    const std::int64_t target = thresholdTarget(intensityData.size(), clampLevel);
+    countForThresholds(intensityData.data(), nullptr, intensityData.size(), target);
+    applyThresholds(target);
+}
+
+void FanGeometryEngine::applyThresholds(std::int64_t target)
+{
+    std::int64_t sum = 0;
+    for (int bin = 0; bin <= 255; ++bin) {
+        sum += histogram[static_cast<std::size_t>(bin)];
+        if (sum >= target) {
+            lowerThreshold = static_cast<float>(bin) / 255.0f * 0.2f + 0.8f * lowerThreshold;
+            break;
+        }
+    }
+
+    sum = 0;
+    for (int bin = 255; bin >= 1; --bin) {
+        sum += histogram[static_cast<std::size_t>(bin)];
+        if (sum >= target) {
+            upperThreshold = static_cast<float>(bin) / 255.0f * 0.2f + 0.8f * upperThreshold;
+            break;
+        }
+    }
+}
+
+void FanGeometryEngine::initIntensities(unsigned short width, unsigned short height,
+                                        const std::vector<unsigned char>& data)
+{
+    initializeOpenGLFunctions();
+
+    if (!intensities)
+        intensities = std::make_unique<QOpenGLTexture>(QOpenGLTexture::Target2D);
+
+    // Replaced whole, under a new GL name, at every upload.
+    intensities->destroy();
+    intensities->create();
+    intensities->setSize(width, height, 1);
+    intensities->setFormat(QOpenGLTexture::R8_UNorm);
+    intensities->allocateStorage();
+
+    // Rows are tightly packed, so beam counts that are not a multiple of 4
+    // need byte alignment.
+    GLint previousAlignment = 4;
+    glGetIntegerv(GL_UNPACK_ALIGNMENT, &previousAlignment);
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+    intensities->setData(QOpenGLTexture::Red, QOpenGLTexture::UInt8, data.data());
+    glPixelStorei(GL_UNPACK_ALIGNMENT, previousAlignment);
+
+    intensities->setMinificationFilter(QOpenGLTexture::Nearest);
+    intensities->setMagnificationFilter(QOpenGLTexture::Linear);
+}
+
+double FanGeometryEngine::getRange() const
+{
+    return range;
+}
+
+void FanGeometryEngine::setDespeckleLevel(int level)
+{
+    despeckleLevel = level;
+}
+
+void FanGeometryEngine::setClampLevel(float level)
+{
+    clampLevel = level;
+}
+
+void FanGeometryEngine::setDistanceUnit(const DataProcessing::Units::AbstractUnit* unit)
+{
+    distanceUnit = unit;
+}
+
+void FanGeometryEngine::horizontalFlip()
+{
+    flipped = !flipped;
+    newGeometry = true;
+}
+
+FanDisplayOptions::DisplaySettings FanGeometryEngine::getCurrentDisplaySettings() const
+{
+    FanDisplayOptions::DisplaySettings settings;
+    settings.palette = palette;
+    if (palette == FanDisplayOptions::Fire && firePalette)
+        settings.paletteModifier = firePalette->getModifier();
+    else if (palette == FanDisplayOptions::Aqua && aquaPalette)
+        settings.paletteModifier = aquaPalette->getModifier();
+    settings.horizontalFlip = flipped;
+    return settings;
+}
+
+void FanGeometryEngine::configureFromSettings(const FanDisplayOptions::DisplaySettings& settings)
+{
+    palette = settings.palette;
+    chosenPalette = rowCoordinateOfPalette(palette);
+    if (palette == FanDisplayOptions::Aqua && aquaPalette)
+        aquaPalette->changeModifier(settings.paletteModifier);
+    else if (palette == FanDisplayOptions::Fire && firePalette)
+        firePalette->changeModifier(settings.paletteModifier);
+
+    flipped = settings.horizontalFlip;
+    newGeometry = true;
+}
+
+// ---------------------------------------------------------------------------
+// Palettes
+
+void FanGeometryEngine::initPalettes()
+{
+    standardPalettes->initialisePalette();
+    firePalette->initialisePalette();
+    aquaPalette->initialisePalette();
+}
+
+void FanGeometryEngine::setPalette(FanDisplayOptions::Palette newPalette)
+{
+    palette = newPalette;
+    chosenPalette = rowCoordinateOfPalette(palette);
+}
+
+void FanGeometryEngine::setPaletteModifier(unsigned char modifier)
+{
+    if (palette == FanDisplayOptions::Fire && firePalette)
+        firePalette->changeModifier(modifier);
+    else if (palette == FanDisplayOptions::Aqua && aquaPalette)
+        aquaPalette->changeModifier(modifier);
+}
+
+// ---------------------------------------------------------------------------
+// Geometry
+
+void FanGeometryEngine::calculateFanGeometry()
+{
+    if (!fanVertexBuffer.isCreated()) {
+        fanVertexBuffer.create();
+        fanVertexBuffer.setUsagePattern(QOpenGLBuffer::StaticDraw);
+    }
+    fanVertexBuffer.bind();
+
+    const std::int32_t n = width;
+    std::vector<float> vertices(static_cast<std::size_t>(12 * std::max(n, 0)), 0.0f);
+
+    std::vector<float> cosines(static_cast<std::size_t>(std::max(n, 0)));
+    std::vector<float> sines(cosines.size());
+    for (std::int32_t i = 0; i < n; ++i) {
+        const float theta =
+            (90.0f - static_cast<float>(bearings[static_cast<std::size_t>(i)]) / 100.0f)
+            * degreesToRadiansFactor;
+        cosines[static_cast<std::size_t>(i)] = static_cast<float>(std::cos(static_cast<double>(theta)));
+        sines[static_cast<std::size_t>(i)] = static_cast<float>(std::sin(static_cast<double>(theta)));
+    }
+
+    const auto across = [this, n](std::int32_t i) {
+        const float u = static_cast<float>(i) / static_cast<float>(n - 1);
+        return flipped ? 1.0f - u : u;
+    };
+
+    for (std::int32_t i = 0; i + 1 < n; ++i) {
+        float* triangle = vertices.data() + 12 * i;
+        const float s0 = across(i);
+        const float s1 = across(i + 1);
+        const auto first = static_cast<std::size_t>(i);
+        const auto second = static_cast<std::size_t>(i + 1);
+        // apex (its s is the first beam's, not a midpoint)
+        triangle[0] = 0.0f;
+        triangle[1] = 0.0f;
+        triangle[2] = s0;
+        triangle[3] = 0.0f;
+        // rim at beam i
+        triangle[4] = cosines[first];
+        triangle[5] = sines[first];
+        triangle[6] = s0;
+        triangle[7] = 1.0f;
+        // rim at beam i + 1
+        triangle[8] = cosines[second];
+        triangle[9] = sines[second];
+        triangle[10] = s1;
+        triangle[11] = 1.0f;
+    }
+
+    fanVertexBuffer.allocate(vertices.data(), static_cast<int>(vertices.size() * sizeof(float)));
+    fanVertexBuffer.release();
+}
+
+void FanGeometryEngine::calculateStraightLineGeometry()
+{
+    const float quarterAperture = 0.25f * aperture;
+    for (int i = 0; i < 5; ++i) {
+        const float phi = (static_cast<float>(i) * quarterAperture + static_cast<float>(startAngle))
+                          * degreesToRadiansFactor;
+        float* segment = rangeLineVertices.data() + 4 * i;
+        segment[0] = 0.0f;
+        segment[1] = 0.0f;
+        segment[2] = static_cast<float>(std::cos(static_cast<double>(phi)));
+        segment[3] = static_cast<float>(std::sin(static_cast<double>(phi)));
+    }
+}
+
+void FanGeometryEngine::calculateArcGeometry()
+{
+    const float step = aperture / static_cast<float>(width - 1);
+    for (int k = 1; k <= 5; ++k) {
+        std::vector<float>& arc = rangeArcVertices[static_cast<std::size_t>(k - 1)];
+        arc.clear();
+        arc.resize(static_cast<std::size_t>(2 * std::max(width, 0)), 0.0f);
+        for (std::int32_t j = 0; j < width; ++j) {
+            const double phi = static_cast<double>(
+                (static_cast<float>(j) * step + static_cast<float>(startAngle)) * degreesToRadiansFactor);
+            arc[static_cast<std::size_t>(2 * j)] = static_cast<float>(std::cos(phi) * k / 5.0);
+            arc[static_cast<std::size_t>(2 * j + 1)] = static_cast<float>(std::sin(phi) * k / 5.0);
+        }
+    }
+}
+
+void FanGeometryEngine::checkForNewGeometry()
+{
+    if (!newGeometry)
+        return;
+    calculateFanGeometry();
+    calculateStraightLineGeometry();
+    calculateArcGeometry();
+    newGeometry = false;
+}
+
+const std::vector<std::vector<float>>& FanGeometryEngine::getRangeArcVertices()
+{
+    checkForNewGeometry();
+    return rangeArcVertices;
+}
+
+const std::vector<float>& FanGeometryEngine::getRangeLineVertices()
+{
+    checkForNewGeometry();
+    return rangeLineVertices;
+}
+
+// ---------------------------------------------------------------------------
+// Drawing
+
+bool FanGeometryEngine::initFanImageShaders()
+{
+    vertexShader = std::make_unique<QOpenGLShader>(QOpenGLShader::Vertex);
+    fragmentShader = std::make_unique<QOpenGLShader>(QOpenGLShader::Fragment);
+
+    if (!vertexShader->compileSourceFile(vertexShaderPath))
+        return false;
+    if (!fragmentShader->compileSourceFile(fragmentShaderPath))
+        return false;
+
+    fanImageProgram.addShader(vertexShader.get());
+    fanImageProgram.addShader(fragmentShader.get());
+    fanImageProgram.bindAttributeLocation("aPosition", 0);
+    fanImageProgram.bindAttributeLocation("aTextureCoords", 1);
+    return fanImageProgram.link();
+}
+
+void FanGeometryEngine::drawFanImage(const QMatrix4x4& projection)
+{
+    // The engine draws in the display's and the magnifier's contexts.
+    initializeOpenGLFunctions();
+
+    checkForNewGeometry();
+    if (newImage) {
+        initIntensities(static_cast<unsigned short>(width), static_cast<unsigned short>(height),
+                        intensityData);
+        newImage = false;
+    }
+
+    Palettes::AbstractPalette* chosen = standardPalettes.get();
+    if (palette == FanDisplayOptions::Fire)
+        chosen = firePalette.get();
+    else if (palette == FanDisplayOptions::Aqua)
+        chosen = aquaPalette.get();
+
+    fanImageProgram.bind();
+
+    chosen->bindPalette(0);
+    fanImageProgram.setUniformValue("palettes", 0);
+
+    intensities->bind(1);
+    fanImageProgram.setUniformValue("intensities", 1);
+
+    fanImageProgram.setUniformValue("chosenPalette", chosenPalette);
+    fanImageProgram.setUniformValue("projection", projection);
+    fanImageProgram.setUniformValue("Spread", 5.0f);
+    fanImageProgram.setUniformValue("KernelSize", despeckleLevel);
+    fanImageProgram.setUniformValue(
+        "TexelSize", QVector2D(1.0f / static_cast<float>(width), 1.0f / static_cast<float>(height)));
+    fanImageProgram.setUniformValue("UpperThreshold", upperThreshold);
+    fanImageProgram.setUniformValue("LowerThreshold", lowerThreshold);
+
+    fanVertexBuffer.bind();
+    const int positionLocation = fanImageProgram.attributeLocation("aPosition");
+    fanImageProgram.enableAttributeArray(positionLocation);
+    fanImageProgram.setAttributeBuffer(positionLocation, GL_FLOAT, 0, 2, 4 * sizeof(float));
+    const int textureLocation = fanImageProgram.attributeLocation("aTextureCoords");
+    fanImageProgram.enableAttributeArray(textureLocation);
+    fanImageProgram.setAttributeBuffer(textureLocation, GL_FLOAT, 2 * sizeof(float), 2,
+                                       4 * sizeof(float));
+
+    glDrawArrays(GL_TRIANGLES, 0, 3 * width - 3);
+
+    fanVertexBuffer.release();
+    intensities->release();
+    chosen->release();
+    fanImageProgram.release();
+}
+
+// ---------------------------------------------------------------------------
+// Bounds, hit test, labels
+
+QRectF FanGeometryEngine::getFanBounds(float rotation) const
+{
+    const float start = (static_cast<float>(startAngle) + rotation) * degreesToRadiansFactor;
+    const float end = start + aperture * degreesToRadiansFactor;
+
+    std::vector<float> xs{0.0f};
+    std::vector<float> ys{0.0f};
+    const auto addPointAt = [&xs, &ys](float angle) {
+        xs.push_back(static_cast<float>(std::cos(static_cast<double>(angle))));
+        ys.push_back(static_cast<float>(std::sin(static_cast<double>(angle))));
+    };
+    addPointAt(start);
+    addPointAt(end);
+
+    // Axis crossings inside the span hold the circle's extreme points; 360 and
+    // 450 catch spans that a rotation pushed past a full turn.
+    static constexpr float axisAngles[] = {0.0f, 90.0f, 180.0f, 270.0f, 360.0f, 450.0f};
+    for (const float axis : axisAngles) {
+        const float angle = axis * degreesToRadiansFactor;
+        if (angle <= start)
+            continue;
+        if (angle >= end)
+            break;
+        addPointAt(angle);
+    }
+
+    const auto [minX, maxX] = std::minmax_element(xs.begin(), xs.end());
+    const auto [minY, maxY] = std::minmax_element(ys.begin(), ys.end());
+    return QRectF(static_cast<double>(*minX), static_cast<double>(*maxY),
+                  static_cast<double>(*maxX - *minX), static_cast<double>(*minY - *maxY));
+}
+
+bool FanGeometryEngine::pointIsWithinFan(const QPointF& point, const QMatrix4x4& transform)
+{
+    if (!(transform == lastTransform)) {
+        lastTransform = transform;
+        fanPolygon.clear();
+        fanPolygon.reserve(width + 1);
+        fanPolygon.append(transform.map(QPointF(0.0, 0.0)));
+        // Evenly spread beams: the polygon is an outline, not the drawn triangles.
+        const float lastBeam = static_cast<float>(width - 1);
+        for (std::int32_t i = 0; i < width; ++i) {
+            const float angle =
+                (static_cast<float>(i) * aperture / lastBeam + static_cast<float>(startAngle))
+                * degreesToRadiansFactor;
+            const float x = static_cast<float>(std::cos(static_cast<double>(angle)));
+            const float y = static_cast<float>(std::sin(static_cast<double>(angle)));
+            fanPolygon.append(transform.map(QPointF(static_cast<double>(x), static_cast<double>(y))));
+        }
+    }
+    return fanPolygon.containsPoint(point, Qt::OddEvenFill);
+}
+
+std::vector<RangeLabelParams> FanGeometryEngine::getRangeLabelParams(float rotation)
+{
+    // Without a unit there is nothing to name the distances in.
+    if (!distanceUnit)
+        return {};
+
+    constexpr double radiansPerDegree = 3.14159265358979323846 / 180.0;
+    const float half = 0.5f * aperture;
+    const auto rightEdge = static_cast<float>(static_cast<double>(90.0f - half) * radiansPerDegree);
+    const auto leftEdge = static_cast<float>(static_cast<double>(90.0f + half) * radiansPerDegree);
+
+    const std::int32_t rightAngle = startAngle - 90;
+    const float rightTurned = static_cast<float>(rightAngle) + rotation;
+    const bool flipRight = rightTurned > 90.0f && rightTurned < 270.0f;
+
+    const auto leftAngle = static_cast<std::int32_t>(aperture + static_cast<float>(rightAngle));
+    const float leftTurned = static_cast<float>(leftAngle) + rotation;
+    const bool flipLeft = leftTurned > 90.0f && leftTurned < 270.0f;
+
+    const std::string symbol = distanceUnit->getSymbol();
+
+    std::vector<RangeLabelParams> labels;
+    labels.reserve(10);
+    for (int j = 1; j <= 5; ++j) {
+        const auto metres = static_cast<float>(j * (range / 5.0));
+        const std::string label =
+            formatDistance(distanceUnit->convertFromBase(static_cast<double>(metres))) + symbol;
+
+        RangeLabelParams right;
+        right.x = static_cast<float>(std::cos(static_cast<double>(rightEdge)) / 5.0 * j);
+        right.y = static_cast<float>(std::sin(static_cast<double>(rightEdge)) / 5.0 * j);
+        if (flipRight) {
+            right.angle = startAngle - 270;
+            right.text = label + ' ';
+            right.anchor = 18;
+        } else {
+            right.angle = rightAngle;
+            right.text = ' ' + label;
+            right.anchor = 16;
+        }
+
+        RangeLabelParams left;
+        left.x = static_cast<float>(std::cos(static_cast<double>(leftEdge)) / 5.0 * j);
+        left.y = static_cast<float>(std::sin(static_cast<double>(leftEdge)) / 5.0 * j);
+        if (flipLeft) {
+            left.angle = leftAngle - 180;
+            left.text = ' ' + label;
+            left.anchor = 16;
+        } else {
+            left.angle = leftAngle;
+            left.text = label + ' ';
+            left.anchor = 18;
+        }
+
+        labels.push_back(std::move(right));
+        labels.push_back(std::move(left));
+    }
+    return labels;
+}
+
+} // namespace Halcyra::Nereon::Visualisation

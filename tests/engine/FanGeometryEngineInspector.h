@@ -1,0 +1,41 @@
+#pragma once
+
+#include "engine/FanGeometryEngine.h"
+#include "palettes/AbstractDynamicPalette.h"
+
+namespace Halcyra::Nereon::Visualisation {
+
+/// Reaches the engine's state for tests, through the friend declaration.
+class FanGeometryEngineInspector
+{
+public:
+    explicit FanGeometryEngineInspector(FanGeometryEngine& engine) : e(engine) {}
+
+    std::int32_t& width() { return e.width; }
+    std::int32_t& height() { return e.height; }
+    float& aperture() { return e.aperture; }
+    std::int16_t& startAngle() { return e.startAngle; }
+    std::vector<std::int16_t>& bearings() { return e.bearings; }
+    std::vector<std::uint8_t>& intensityData() { return e.intensityData; }
+    float& lowerThreshold() { return e.lowerThreshold; }
+    float& upperThreshold() { return e.upperThreshold; }
+    float chosenPalette() const { return e.chosenPalette; }
+    FanDisplayOptions::Palette palette() const { return e.palette; }
+    bool& newGeometry() { return e.newGeometry; }
+    bool& newImage() { return e.newImage; }
+    bool flipped() const { return e.flipped; }
+    const QPolygonF& fanPolygon() const { return e.fanPolygon; }
+    const std::vector<float>& rangeLineVertices() const { return e.rangeLineVertices; }
+    const std::vector<std::vector<float>>& rangeArcVertices() const { return e.rangeArcVertices; }
+
+    Palettes::AbstractPalette* standardPalettes() const { return e.standardPalettes.get(); }
+    Palettes::AbstractDynamicPalette* firePalette() const { return e.firePalette.get(); }
+    Palettes::AbstractDynamicPalette* aquaPalette() const { return e.aquaPalette.get(); }
+    QOpenGLTexture* intensities() const { return e.intensities.get(); }
+    QOpenGLBuffer& fanVertexBuffer() { return e.fanVertexBuffer; }
+
+private:
+    FanGeometryEngine& e;
+};
+
+} // namespace Halcyra::Nereon::Visualisation

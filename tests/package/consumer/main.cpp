@@ -1,0 +1,67 @@
+// An application built against the installed package: it shows one frame and
+// checks that the fan was drawn.
+#include <FanDisplay.h>
+#include <nereon/NereonImage.h>
+#include <units/AbstractUnit.h>
+
+#include <QApplication>
+#include <QImage>
+#include <QTimer>
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+class Metres : public Halcyra::DataProcessing::Units::AbstractUnit
+{
+public:
+    double convertToBase(double value) const override { return value; }
+    double getFactorFromBase() const override { return 1.0; }
+    double convertFromBase(double value) const override { return value; }
+    std::string getName() const override { return "metres"; }
+    bool isBaseUnit() const override { return true; }
+    std::string getSymbol() const override { return "m"; }
+};
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    if (std::strncmp(NEREON_PACKAGE_VERSION, "2.", 2) != 0) {
+        std::fprintf(stderr, "unexpected package version %s\n", NEREON_PACKAGE_VERSION);
+        return 1;
+    }
+
+    QApplication application(argc, argv);
+    Metres metres;
+    Halcyra::Nereon::Visualisation::FanDisplay display;
+    display.setDistanceUnit(&metres);
+    display.resize(400, 300);
+    display.show();
+
+    constexpr std::uint16_t beams = 64;
+    constexpr std::uint16_t lines = 100;
+    std::vector<std::int16_t> bearings(beams);
+    for (int i = 0; i < beams; ++i)
+        bearings[i] = static_cast<std::int16_t>(-3000 + 6000 * i / (beams - 1));
+    const Halcyra::Nereon::NereonImage frame(beams, lines, std::vector<std::uint8_t>(beams * lines, 255),
+                                             bearings, 20.0, 1.0);
+
+    int result = 1;
+    QTimer::singleShot(300, [&] { display.newImageReceived(frame); });
+    QTimer::singleShot(1000, [&] {
+        const QImage picture = display.grabFramebuffer();
+        const QRgb background = qRgb(76, 76, 76);
+        int drawn = 0;
+        for (int y = 0; y < picture.height(); ++y)
+            for (int x = 0; x < picture.width(); ++x)
+                drawn += (picture.pixel(x, y) & 0xffffff) != (background & 0xffffff);
+        std::printf("package %s: %d of %d pixels drawn over the background\n", NEREON_PACKAGE_VERSION,
+                    drawn, picture.width() * picture.height());
+        result = drawn > picture.width() * picture.height() / 10 ? 0 : 1;
+        QCoreApplication::quit();
+    });
+    QApplication::exec();
+    return result;
+}
