@@ -23,7 +23,10 @@ namespace {
 class SplitMix
 {
 public:
-    explicit SplitMix(std::uint64_t seed) : state(seed) {}
+    explicit SplitMix(std::uint64_t seed)
+        : state(seed)
+    {
+    }
     std::uint64_t next()
     {
         std::uint64_t z = (state += 0x9e3779b97f4a7c15ull);
@@ -62,17 +65,18 @@ NereonImage realisticFrame(int beams, int lines, std::uint64_t seed)
             v += 210.0 * std::exp(-distance * distance) * (0.7 + 0.3 * random.uniform());
             if (r > seabed)
                 v += 40.0 * std::exp(-(r - seabed) * 12.0) * random.uniform();
-            const double target = std::pow((b - 0.35) * beams / 3.0, 2.0) + std::pow((r - 0.4) * lines / 8.0, 2.0);
+            const double target
+                = std::pow((b - 0.35) * beams / 3.0, 2.0) + std::pow((r - 0.4) * lines / 8.0, 2.0);
             v += 240.0 * std::exp(-target);
-            data[std::size_t(line) * std::size_t(beams) + std::size_t(beam)] =
-                std::uint8_t(std::min(255.0, v));
+            data[std::size_t(line) * std::size_t(beams) + std::size_t(beam)]
+                = std::uint8_t(std::min(255.0, v));
         }
     }
     std::vector<std::int16_t> bearings(static_cast<std::size_t>(beams));
     for (int i = 0; i < beams; ++i)
         bearings[std::size_t(i)] = std::int16_t(std::lround(-6500.0 + 13000.0 * i / (beams - 1)));
-    return NereonImage(std::uint16_t(beams), std::uint16_t(lines), std::move(data), std::move(bearings),
-                       50.0, 1.0);
+    return NereonImage(
+        std::uint16_t(beams), std::uint16_t(lines), std::move(data), std::move(bearings), 50.0, 1.0);
 }
 
 // A few different frames in turn, so the source is not always the same cached bytes.
@@ -113,7 +117,7 @@ void ingest(benchmark::State& state, float clampLevel)
 void plainHistogram(benchmark::State& state)
 {
     const auto& frames = framesOf(int(state.range(0)), int(state.range(1)));
-    std::array<std::uint32_t, 256> histogram{};
+    std::array<std::uint32_t, 256> histogram {};
     std::size_t i = 0;
     for (auto _ : state) {
         const std::vector<std::uint8_t>& data = frames[i++ % frames.size()].getData();
@@ -128,8 +132,8 @@ void plainHistogram(benchmark::State& state)
 
 void frameSizes(benchmark::internal::Benchmark* benchmark)
 {
-    benchmark->Args({256, 500})->Args({512, 1024})->Args({512, 2048});
-    benchmark->ArgNames({"beams", "lines"});
+    benchmark->Args({ 256, 500 })->Args({ 512, 1024 })->Args({ 512, 2048 });
+    benchmark->ArgNames({ "beams", "lines" });
 }
 
 } // namespace

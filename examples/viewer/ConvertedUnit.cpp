@@ -8,16 +8,36 @@ constexpr double metresPerFoot = 0.3048;
 } // namespace
 
 ConvertedUnit::ConvertedUnit(std::string name, std::string symbol, double factorFromBase)
-    : name(std::move(name)), symbol(std::move(symbol)), factorFromBase(factorFromBase)
+    : name(std::move(name))
+    , symbol(std::move(symbol))
+    , factorFromBase(factorFromBase)
 {
 }
 
-double ConvertedUnit::convertToBase(double value) const { return value / factorFromBase; }
-double ConvertedUnit::getFactorFromBase() const { return factorFromBase; }
-double ConvertedUnit::convertFromBase(double value) const { return value * factorFromBase; }
-std::string ConvertedUnit::getName() const { return name; }
-bool ConvertedUnit::isBaseUnit() const { return factorFromBase == 1.0; }
-std::string ConvertedUnit::getSymbol() const { return symbol; }
+double ConvertedUnit::convertToBase(double value) const
+{
+    return value / factorFromBase;
+}
+double ConvertedUnit::getFactorFromBase() const
+{
+    return factorFromBase;
+}
+double ConvertedUnit::convertFromBase(double value) const
+{
+    return value * factorFromBase;
+}
+std::string ConvertedUnit::getName() const
+{
+    return name;
+}
+bool ConvertedUnit::isBaseUnit() const
+{
+    return factorFromBase == 1.0;
+}
+std::string ConvertedUnit::getSymbol() const
+{
+    return symbol;
+}
 
 const ConvertedUnit& ConvertedUnit::metres()
 {

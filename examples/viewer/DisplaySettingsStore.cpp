@@ -8,7 +8,10 @@ using Halcyra::Nereon::Visualisation::FanDisplayOptions::Palette;
 
 namespace {
 
-QVariantList toList(const Vec3<float>& v) { return {v.x, v.y, v.z}; }
+QVariantList toList(const Vec3<float>& v)
+{
+    return { v.x, v.y, v.z };
+}
 
 Vec3<float> toVec3(const QVariant& value, const Vec3<float>& fallback)
 {
@@ -23,8 +26,7 @@ Vec3<float> toVec3(const QVariant& value, const Vec3<float>& fallback)
     return ok[0] && ok[1] && ok[2] ? v : fallback;
 }
 
-template <typename T>
-T readNumber(const QSettings& settings, const QString& key, T fallback, T low, T high)
+template <typename T> T readNumber(const QSettings& settings, const QString& key, T fallback, T low, T high)
 {
     bool ok = false;
     const double value = settings.value(key).toDouble(&ok);

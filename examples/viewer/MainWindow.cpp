@@ -40,8 +40,8 @@ using Halcyra::DataProcessing::Units::AbstractUnit;
 
 namespace {
 
-const ConvertedUnit* const distanceUnits[] = {&ConvertedUnit::metres(), &ConvertedUnit::feet()};
-const ConvertedUnit* const areaUnits[] = {&ConvertedUnit::squareMetres(), &ConvertedUnit::squareFeet()};
+const ConvertedUnit* const distanceUnits[] = { &ConvertedUnit::metres(), &ConvertedUnit::feet() };
+const ConvertedUnit* const areaUnits[] = { &ConvertedUnit::squareMetres(), &ConvertedUnit::squareFeet() };
 
 constexpr double minimumZoom = 1.0;
 constexpr double maximumZoom = 8.0;
@@ -58,7 +58,8 @@ void showColour(QPushButton* button, const QColor& colour)
 } // namespace
 
 MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
-    : QMainWindow(parent), options(viewerOptions)
+    : QMainWindow(parent)
+    , options(viewerOptions)
 {
     setWindowTitle(tr("Nereon viewer"));
 
@@ -104,7 +105,7 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
     connectControls();
 
     connect(display, &FanDisplay::frameRateChanged, this,
-            [this](int rate) { frameRateLabel->setText(tr("%1 frames/s").arg(rate)); });
+        [this](int rate) { frameRateLabel->setText(tr("%1 frames/s").arg(rate)); });
     connect(display, &FanDisplay::newMousePosition, this, &MainWindow::showPosition);
 
     if (options.windowSize.isValid())
@@ -124,6 +125,8 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
 MainWindow::~MainWindow()
 {
     stopSonar();
+    // The magnifier draws with the display's engine, so it goes first.
+    delete magnifier;
 }
 
 QWidget* MainWindow::createMagnifierPanel()
@@ -158,8 +161,8 @@ QWidget* MainWindow::createDisplayControls()
     paletteBox = new QComboBox;
 
     paletteBox->setObjectName("paletteBox");
-    paletteBox->addItems({tr("Greyscale"), tr("Bronze"), tr("Blue"), tr("Green"), tr("Red-yellow"),
-                          tr("Multicolour"), tr("Fire"), tr("Aqua")});
+    paletteBox->addItems({ tr("Greyscale"), tr("Bronze"), tr("Blue"), tr("Green"), tr("Red-yellow"),
+        tr("Multicolour"), tr("Fire"), tr("Aqua") });
     form->addRow(tr("Palette"), paletteBox);
     modifierSlider = new QSlider(Qt::Horizontal);
     modifierSlider->setObjectName("modifierSlider");
@@ -192,7 +195,7 @@ QWidget* MainWindow::createDisplayControls()
     measurementBox = new QComboBox;
 
     measurementBox->setObjectName("measurementBox");
-    measurementBox->addItems({tr("Distance"), tr("Rectangle area"), tr("Circle area")});
+    measurementBox->addItems({ tr("Distance"), tr("Rectangle area"), tr("Circle area") });
     form->addRow(tr("Measure"), measurementBox);
     distanceUnitBox = new QComboBox;
     distanceUnitBox->setObjectName("distanceUnitBox");
@@ -250,7 +253,7 @@ QWidget* MainWindow::createSonarControls()
     auto* form = new QFormLayout(panel);
     beamsBox = new QComboBox;
     beamsBox->setObjectName("beamsBox");
-    beamsBox->addItems({"256", "512"});
+    beamsBox->addItems({ "256", "512" });
     form->addRow(tr("Beams"), beamsBox);
     apertureBox = new QSpinBox;
     apertureBox->setRange(30, 170);
@@ -287,16 +290,15 @@ void MainWindow::connectControls()
         showLook();
     });
     connect(modifierSlider, &QSlider::valueChanged, this,
-            [this](int value) { display->setPaletteModifier(static_cast<uint8_t>(value)); });
+        [this](int value) { display->setPaletteModifier(static_cast<uint8_t>(value)); });
     connect(despeckleBox, spinChanged, display, &FanDisplay::setDespeckleLevel);
     connect(clampBox, doubleChanged, this,
-            [this](double level) { display->setClampLevel(static_cast<float>(level)); });
-    const std::pair<QCheckBox*, Options::OverlayFeature> overlays[] = {
-        {labelsBox, Options::RangeLabels}, {arcsBox, Options::RangeArcs}, {linesBox, Options::RangeLines}};
+        [this](double level) { display->setClampLevel(static_cast<float>(level)); });
+    const std::pair<QCheckBox*, Options::OverlayFeature> overlays[] = { { labelsBox, Options::RangeLabels },
+        { arcsBox, Options::RangeArcs }, { linesBox, Options::RangeLines } };
     for (const auto& [box, feature] : overlays) {
         const Options::OverlayFeature f = feature;
-        connect(box, &QCheckBox::toggled, this,
-                [this, f](bool on) { display->setOverlayFeature(f, on); });
+        connect(box, &QCheckBox::toggled, this, [this, f](bool on) { display->setOverlayFeature(f, on); });
     }
     connect(measurementBox, comboChanged, this, [this](int index) {
         display->setMeasurementMode(static_cast<Options::MeasurementMode>(index));
@@ -350,16 +352,16 @@ void MainWindow::connectControls()
             QMetaObject::invokeMethod(sonar, &SimulatedSonar::start);
         else
             QMetaObject::invokeMethod(sonar, &SimulatedSonar::stop);
+        frameRateLabel->setText(on ? tr("Starting") : tr("Stopped"));
     });
 }
 
 void MainWindow::showLook()
 {
     const Options::DisplaySettings look = display->getCurrentDisplaySettings();
-    const QSignalBlocker blockers[] = {QSignalBlocker(paletteBox), QSignalBlocker(modifierSlider),
-                                       QSignalBlocker(labelsBox),  QSignalBlocker(arcsBox),
-                                       QSignalBlocker(linesBox),   QSignalBlocker(rotationBox),
-                                       QSignalBlocker(mirrorBox),  QSignalBlocker(zoomBox)};
+    const QSignalBlocker blockers[] = { QSignalBlocker(paletteBox), QSignalBlocker(modifierSlider),
+        QSignalBlocker(labelsBox), QSignalBlocker(arcsBox), QSignalBlocker(linesBox),
+        QSignalBlocker(rotationBox), QSignalBlocker(mirrorBox), QSignalBlocker(zoomBox) };
     paletteBox->setCurrentIndex(look.palette);
     const bool computed = look.palette == Options::Fire || look.palette == Options::Aqua;
     modifierSlider->setEnabled(computed);
@@ -380,8 +382,8 @@ void MainWindow::chooseColour(bool clearColour)
 {
     const Options::DisplaySettings look = display->getCurrentDisplaySettings();
     const QColor current = clearColour ? look.clearColour : look.textColour;
-    const QColor chosen = QColorDialog::getColor(
-        current, this, clearColour ? tr("Background colour") : tr("Text colour"));
+    const QColor chosen
+        = QColorDialog::getColor(current, this, clearColour ? tr("Background colour") : tr("Text colour"));
     if (!chosen.isValid())
         return;
     if (clearColour)
@@ -437,7 +439,8 @@ void MainWindow::restoreSettings()
 {
     QSettings settings;
     settings.beginGroup("display");
-    display->configureFromSettings(DisplaySettingsStore::read(settings, display->getCurrentDisplaySettings()));
+    display->configureFromSettings(
+        DisplaySettingsStore::read(settings, display->getCurrentDisplaySettings()));
     settings.endGroup();
 
     settings.beginGroup("viewer");
@@ -458,13 +461,16 @@ void MainWindow::restoreSettings()
     settings.endGroup();
 
     settings.beginGroup("sonar");
-    sonarConfiguration.beamCount = settings.value("beams", sonarConfiguration.beamCount).toInt() == 512 ? 512 : 256;
-    sonarConfiguration.apertureDegrees = std::clamp(
-        settings.value("aperture", sonarConfiguration.apertureDegrees).toDouble(), 30.0, 170.0);
-    sonarConfiguration.range = std::clamp(settings.value("range", sonarConfiguration.range).toDouble(), 2.0, 150.0);
-    sonarConfiguration.rangeLines =
-        std::clamp(settings.value("rangeLines", sonarConfiguration.rangeLines).toInt(), 100, 1500);
-    sonarConfiguration.frameRate = std::clamp(settings.value("frameRate", sonarConfiguration.frameRate).toInt(), 1, 60);
+    sonarConfiguration.beamCount
+        = settings.value("beams", sonarConfiguration.beamCount).toInt() == 512 ? 512 : 256;
+    sonarConfiguration.apertureDegrees
+        = std::clamp(settings.value("aperture", sonarConfiguration.apertureDegrees).toDouble(), 30.0, 170.0);
+    sonarConfiguration.range
+        = std::clamp(settings.value("range", sonarConfiguration.range).toDouble(), 2.0, 150.0);
+    sonarConfiguration.rangeLines
+        = std::clamp(settings.value("rangeLines", sonarConfiguration.rangeLines).toInt(), 100, 1500);
+    sonarConfiguration.frameRate
+        = std::clamp(settings.value("frameRate", sonarConfiguration.frameRate).toInt(), 1, 60);
     settings.endGroup();
 
     restoreGeometry(settings.value("window/geometry").toByteArray());
@@ -529,9 +535,8 @@ void MainWindow::applyCommandLine(const ViewerOptions& commandLine)
     display->setAreaUnit(areaUnits[areaUnitBox->currentIndex()]);
     display->setBranding(brandingBox->isChecked());
 
-    const QSignalBlocker blockers[] = {QSignalBlocker(beamsBox), QSignalBlocker(apertureBox),
-                                       QSignalBlocker(rangeBox), QSignalBlocker(rangeLinesBox),
-                                       QSignalBlocker(frameRateBox)};
+    const QSignalBlocker blockers[] = { QSignalBlocker(beamsBox), QSignalBlocker(apertureBox),
+        QSignalBlocker(rangeBox), QSignalBlocker(rangeLinesBox), QSignalBlocker(frameRateBox) };
     beamsBox->setCurrentIndex(sonarConfiguration.beamCount == 512 ? 1 : 0);
     apertureBox->setValue(static_cast<int>(std::lround(sonarConfiguration.apertureDegrees)));
     rangeBox->setValue(sonarConfiguration.range);

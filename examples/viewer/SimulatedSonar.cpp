@@ -7,7 +7,8 @@
 #include <algorithm>
 
 SimulatedSonar::SimulatedSonar(const SonarConfiguration& configuration, QObject* parent)
-    : QObject(parent), configuration(configuration)
+    : QObject(parent)
+    , configuration(configuration)
 {
 }
 
@@ -37,9 +38,9 @@ void SimulatedSonar::setConfiguration(const SonarConfiguration& newConfiguration
 {
     const SonarConfiguration old = configuration;
     configuration = newConfiguration;
-    if (scene && (old.beamCount != configuration.beamCount
-                  || old.apertureDegrees != configuration.apertureDegrees
-                  || old.rangeLines != configuration.rangeLines || old.range != configuration.range))
+    if (scene
+        && (old.beamCount != configuration.beamCount || old.apertureDegrees != configuration.apertureDegrees
+            || old.rangeLines != configuration.rangeLines || old.range != configuration.range))
         scene = std::make_unique<SonarScene>(configuration);
     if (timer && timer->isActive())
         timer->setInterval(1000 / std::max(1, configuration.frameRate));

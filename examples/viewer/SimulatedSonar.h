@@ -46,5 +46,5 @@ private:
     std::unique_ptr<SonarScene> scene;
     QTimer* timer = nullptr;
     qint64 pingCount = 0;
-    std::atomic<int> framesInFlight{0};
+    std::atomic<int> framesInFlight { 0 };
 };

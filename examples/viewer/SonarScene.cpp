@@ -12,13 +12,13 @@ constexpr float waterColumnLevel = 0.02f;
 constexpr float shadowLevel = 0.08f;
 constexpr int speckleTableBits = 16;
 // Echo strength that reaches full scale after compression.
-constexpr float fullScaleEcho = 1.3f;
+constexpr float fullScaleEcho = 1.1f;
 constexpr int compressionTableSize = 4096;
 
 std::uint32_t hash(std::int32_t x, std::int32_t y)
 {
-    std::uint32_t h = static_cast<std::uint32_t>(x) * 0x8da6b343u
-                    ^ static_cast<std::uint32_t>(y) * 0xd8163841u;
+    std::uint32_t h
+        = static_cast<std::uint32_t>(x) * 0x8da6b343u ^ static_cast<std::uint32_t>(y) * 0xd8163841u;
     h ^= h >> 13;
     h *= 0x5bd1e995u;
     return h ^ (h >> 15);
@@ -44,13 +44,14 @@ double valueNoise(double x, double y)
 double fractalNoise(double x, double y)
 {
     return 0.55 * valueNoise(x, y) + 0.3 * valueNoise(2.1 * x + 17.0, 2.1 * y - 5.0)
-         + 0.15 * valueNoise(4.3 * x - 9.0, 4.3 * y + 23.0);
+        + 0.15 * valueNoise(4.3 * x - 9.0, 4.3 * y + 23.0);
 }
 
 } // namespace
 
 SonarScene::SonarScene(const SonarConfiguration& configuration, std::uint32_t seed)
-    : configuration(configuration), randomState(seed != 0 ? seed : 1u)
+    : configuration(configuration)
+    , randomState(seed != 0 ? seed : 1u)
 {
     this->configuration.beamCount = std::max(2, configuration.beamCount);
     this->configuration.rangeLines = std::max(1, configuration.rangeLines);
@@ -63,20 +64,26 @@ SonarScene::SonarScene(const SonarConfiguration& configuration, std::uint32_t se
         speckle[i] = static_cast<float>(std::sqrt(-std::log(u)) * meanCorrection);
     }
 
-    // Sonars compress their dynamic range before digitising; a square root is
-    // close to what a log amplifier does over the range that matters here.
+    // Sonars compress their dynamic range before digitising; a power of 0.7
+    // keeps shadows dark while weak seabed echoes stay visible.
     compression.resize(compressionTableSize);
     for (int i = 0; i < compressionTableSize; ++i)
         compression[i] = static_cast<std::uint8_t>(
-            std::lround(255.0 * std::sqrt(static_cast<double>(i) / (compressionTableSize - 1))));
+            std::lround(255.0 * std::pow(static_cast<double>(i) / (compressionTableSize - 1), 0.7)));
 
     buildBearings();
     buildBackground();
 }
 
-const SonarConfiguration& SonarScene::getConfiguration() const { return configuration; }
+const SonarConfiguration& SonarScene::getConfiguration() const
+{
+    return configuration;
+}
 
-const std::vector<std::int16_t>& SonarScene::getBearings() const { return bearings; }
+const std::vector<std::int16_t>& SonarScene::getBearings() const
+{
+    return bearings;
+}
 
 void SonarScene::buildBearings()
 {
@@ -119,8 +126,8 @@ void SonarScene::buildBackground()
             const double x = r * beamSines[beam];
             const double y = r * beamCosines[beam];
             double texture = 0.5 + 0.5 * fractalNoise(x * 9.0, y * 9.0);
-            const double ripples =
-                1.0 + 0.2 * std::sin((0.8 * x + 0.6 * y) * 140.0 + 6.0 * valueNoise(x * 5.0, y * 5.0));
+            const double ripples
+                = 1.0 + 0.2 * std::sin((0.8 * x + 0.6 * y) * 140.0 + 6.0 * valueNoise(x * 5.0, y * 5.0));
             // A patch of rough, strongly scattering ground.
             const double patch = std::hypot((x - 0.33) / 0.14, (y - 0.72) / 0.09);
             if (patch < 1.0)
@@ -152,8 +159,7 @@ void SonarScene::buildBackground()
     }
 }
 
-void SonarScene::addTarget(std::vector<float>& echoes, const Target& target,
-                              bool onSeabed) const
+void SonarScene::addTarget(std::vector<float>& echoes, const Target& target, bool onSeabed) const
 {
     const int width = configuration.beamCount;
     const int height = configuration.rangeLines;
@@ -164,8 +170,10 @@ void SonarScene::addTarget(std::vector<float>& echoes, const Target& target,
     const double halfWidth = std::asin(target.radius / distance);
     const double firstBearing = qDegreesToRadians(-configuration.apertureDegrees / 2.0);
     const double step = qDegreesToRadians(configuration.apertureDegrees) / (width - 1);
-    const int firstBeam = std::max(0, static_cast<int>(std::floor((bearing - halfWidth - firstBearing) / step)));
-    const int lastBeam = std::min(width - 1, static_cast<int>(std::ceil((bearing + halfWidth - firstBearing) / step)));
+    const int firstBeam
+        = std::max(0, static_cast<int>(std::floor((bearing - halfWidth - firstBearing) / step)));
+    const int lastBeam
+        = std::min(width - 1, static_cast<int>(std::ceil((bearing + halfWidth - firstBearing) / step)));
     if (firstBeam > lastBeam)
         return;
 
@@ -197,8 +205,8 @@ void SonarScene::addTarget(std::vector<float>& echoes, const Target& target,
                 continue;
             // The face towards the sonar returns most; the far side is partly hidden.
             const double facing = r < distance ? 1.0 : 0.55;
-            float value = static_cast<float>(target.strength * facing
-                                             * (0.6 + 0.4 * (1.0 - dSquared / radiusSquared)));
+            float value = static_cast<float>(
+                target.strength * facing * (0.6 + 0.4 * (1.0 - dSquared / radiusSquared)));
             if (!onSeabed)
                 value *= attenuation(row);
             echo = std::max(echo, value);
@@ -209,10 +217,10 @@ void SonarScene::addTarget(std::vector<float>& echoes, const Target& target,
 const std::vector<SonarScene::Target>& SonarScene::getFixedTargets()
 {
     static const std::vector<Target> targets = {
-        {-0.26, 0.55, 0.035, 3.2f, 0.45}, // boulder
-        {0.17, 0.40, 0.018, 4.0f, 0.35},  // tyre
-        {0.04, 0.78, 0.014, 3.0f, 0.30},  // debris
-        {-0.45, 0.80, 0.025, 2.6f, 0.40}, // wreckage
+        { -0.26, 0.55, 0.035, 3.2f, 0.45 }, // boulder
+        { 0.17, 0.40, 0.018, 4.0f, 0.35 }, // tyre
+        { 0.04, 0.78, 0.014, 3.0f, 0.30 }, // debris
+        { -0.45, 0.80, 0.025, 2.6f, 0.40 }, // wreckage
     };
     return targets;
 }
@@ -220,7 +228,7 @@ const std::vector<SonarScene::Target>& SonarScene::getFixedTargets()
 SonarScene::Target SonarScene::getMovingTarget(double seconds)
 {
     // A slow figure of eight through the middle of the fan.
-    return {0.3 * std::sin(0.21 * seconds), 0.5 + 0.14 * std::sin(0.42 * seconds), 0.012, 3.5f, 0.25};
+    return { 0.3 * std::sin(0.21 * seconds), 0.5 + 0.14 * std::sin(0.42 * seconds), 0.012, 3.5f, 0.25 };
 }
 
 std::uint32_t SonarScene::nextRandom()
@@ -249,6 +257,6 @@ Halcyra::Nereon::NereonImage SonarScene::renderFrame(double seconds)
     }
 
     return Halcyra::Nereon::NereonImage(static_cast<std::uint16_t>(configuration.beamCount),
-                                        static_cast<std::uint16_t>(configuration.rangeLines),
-                                        std::move(intensities), bearings, configuration.range, 1.0);
+        static_cast<std::uint16_t>(configuration.rangeLines), std::move(intensities), bearings,
+        configuration.range, 1.0);
 }

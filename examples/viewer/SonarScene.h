@@ -31,10 +31,10 @@ public:
     /// A round echo source; positions and sizes are fractions of the range.
     struct Target
     {
-        double x;            ///< across, positive to starboard
-        double y;            ///< along, ahead of the sonar
+        double x; ///< across, positive to starboard
+        double y; ///< along, ahead of the sonar
         double radius;
-        float strength;      ///< echo relative to the seabed
+        float strength; ///< echo relative to the seabed
         double shadowLength; ///< fraction of the target's own distance
     };
 
@@ -56,7 +56,7 @@ private:
     std::vector<float> beamCosines;
     std::vector<float> background; ///< echo strength per sample, attenuation included
     std::vector<float> working;
-    std::vector<float> speckle;    ///< unit-mean amplitude multipliers
+    std::vector<float> speckle; ///< unit-mean amplitude multipliers
     std::vector<std::uint8_t> compression; ///< echo strength to intensity
     std::uint32_t randomState;
 };

@@ -34,8 +34,8 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
     const QCommandLineOption fresh("no-settings", "Neither restore nor save the look.");
     const QCommandLineOption size("size", "Window size, e.g. 1280x800.", "WxH");
     const QCommandLineOption fanOnly("fan-only", "The screenshot shows only the fan display.");
-    parser.addOptions({screenshot, frames, palette, modifier, beams, despeckle, clamp, zoom, feet,
-                       fresh, size, fanOnly});
+    parser.addOptions(
+        { screenshot, frames, palette, modifier, beams, despeckle, clamp, zoom, feet, fresh, size, fanOnly });
 
     if (!parser.parse(arguments)) {
         options.error = parser.errorText();

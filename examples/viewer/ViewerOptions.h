@@ -7,19 +7,19 @@
 /// What the command line asks of the viewer; unset choices keep the saved or default look.
 struct ViewerOptions
 {
-    QString screenshotPath;   ///< save the window here after `frames` frames, then quit
+    QString screenshotPath; ///< save the window here after `frames` frames, then quit
     int frames = 30;
-    int palette = -1;         ///< 0 to 7, or -1 to keep
+    int palette = -1; ///< 0 to 7, or -1 to keep
     int paletteModifier = -1; ///< 0 to 255, or -1 to keep
-    int beamCount = 0;        ///< 256 or 512, or 0 to keep
+    int beamCount = 0; ///< 256 or 512, or 0 to keep
     int despeckleLevel = -1;
     double clampLevel = -1.0;
-    double zoomLevel = 0.0;   ///< 0 keeps the saved level
+    double zoomLevel = 0.0; ///< 0 keeps the saved level
     bool feet = false;
     bool useSavedSettings = true;
-    bool fanOnly = false;     ///< the screenshot shows only the fan display
+    bool fanOnly = false; ///< the screenshot shows only the fan display
     QSize windowSize;
-    QString error;            ///< non-empty when the command line is unusable
+    QString error; ///< non-empty when the command line is unusable
     bool helpShown = false;
 
     /// Parses the arguments (the program name first). Screenshots start from the

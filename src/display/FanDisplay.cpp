@@ -163,8 +163,8 @@ void FanDisplay::setBranding(bool enabled)
     d->brandingEnabled = enabled;
 }
 
-void FanDisplay::setBrandingColours(const QColor& ternwickPrimary, const QColor& ternwickSecondary,
-                                    const QColor& nereon)
+void FanDisplay::setBrandingColours(
+    const QColor& ternwickPrimary, const QColor& ternwickSecondary, const QColor& nereon)
 {
     d->ternwickLogoPrimaryColour = ternwickPrimary;
     d->ternwickLogoSecondaryColour = ternwickSecondary;
@@ -229,7 +229,7 @@ void FanDisplay::newImageReceived(const NereonImage& image)
     // last good picture stays on screen.
     if (const char* reason = frameRejectionReason(image, d->maxTextureSize)) {
         qCWarning(lcFrames, "Frame of %d beams x %d range lines rejected: %s", image.getWidth(),
-                  image.getHeight(), reason);
+            image.getHeight(), reason);
         return;
     }
 
@@ -319,10 +319,8 @@ void FanDisplay::setPaletteModifier(uint8_t modifier)
 
 void FanDisplay::initialise()
 {
-    glClearColor(static_cast<GLfloat>(d->clearColour.redF()),
-                 static_cast<GLfloat>(d->clearColour.greenF()),
-                 static_cast<GLfloat>(d->clearColour.blueF()),
-                 static_cast<GLfloat>(d->clearColour.alphaF()));
+    glClearColor(static_cast<GLfloat>(d->clearColour.redF()), static_cast<GLfloat>(d->clearColour.greenF()),
+        static_cast<GLfloat>(d->clearColour.blueF()), static_cast<GLfloat>(d->clearColour.alphaF()));
 
     // Without a shader program there is nothing to show; the rest of the set-up
     // still runs so that destruction finds the usual objects.
@@ -387,9 +385,8 @@ void FanDisplay::paintGL()
     }
     if (d->clearColourChanged) {
         glClearColor(static_cast<GLfloat>(d->clearColour.redF()),
-                     static_cast<GLfloat>(d->clearColour.greenF()),
-                     static_cast<GLfloat>(d->clearColour.blueF()),
-                     static_cast<GLfloat>(d->clearColour.alphaF()));
+            static_cast<GLfloat>(d->clearColour.greenF()), static_cast<GLfloat>(d->clearColour.blueF()),
+            static_cast<GLfloat>(d->clearColour.alphaF()));
         d->clearColourChanged = false;
     }
     glClear(GL_COLOR_BUFFER_BIT);
@@ -410,8 +407,8 @@ void FanDisplay::paintGL()
     }
     if (d->showRangeLabels) {
         for (const RangeLabelParams& label : d->geometryEngine.getRangeLabelParams(rotation))
-            overlay.drawText(label.x, label.y, label.angle, label.text, label.anchor,
-                             label.screenCoordinates);
+            overlay.drawText(
+                label.x, label.y, label.angle, label.text, label.anchor, label.screenCoordinates);
     }
 
     if (d->tool->getState() != MeasuringToolBase::Idle)
@@ -430,8 +427,8 @@ void FanDisplay::paintGL()
         d->brandingColoursChanged = false;
     }
     overlay.drawImage(-0.95f, 0.95f, d->ternwickLogoImage, true);
-    const float nereonLeft = 0.95f - 2.0f * static_cast<float>(d->nereonLogoImage.width())
-                                         / static_cast<float>(width());
+    const float nereonLeft
+        = 0.95f - 2.0f * static_cast<float>(d->nereonLogoImage.width()) / static_cast<float>(width());
     overlay.drawImage(nereonLeft, 0.95f, d->nereonLogoImage, true);
 }
 
@@ -467,7 +464,7 @@ void FanDisplay::mouseMoveEvent(QMouseEvent* event)
         const Vec3<float>& s = getCurrentScale();
         d->zoomDisplayOutline.updateDrag(QPointF(g.x() / s.x, g.y() / s.y));
     } else if (d->zoomDisplayIsVisible()
-               && d->zoomDisplayOutline.pointIsWithinBounds(g, getCurrentProjection())) {
+        && d->zoomDisplayOutline.pointIsWithinBounds(g, getCurrentProjection())) {
         setCursor(Qt::OpenHandCursor);
     } else {
         unsetCursor();
@@ -515,8 +512,8 @@ void FanDisplay::FanDisplayPrivate::emitMousePosition(FanDisplay& display, const
 
     // Stretch x so that one unit is equally long on both axes; the apex sits
     // at the translation.
-    const Point apex{static_cast<double>(t.x * s.y / s.x), static_cast<double>(t.y)};
-    const Point pointer{g.x() * s.y / s.x, g.y()};
+    const Point apex { static_cast<double>(t.x * s.y / s.x), static_cast<double>(t.y) };
+    const Point pointer { g.x() * s.y / s.x, g.y() };
 
     mouseRange = static_cast<float>(Maths::Geometry::distanceBetween(apex, pointer) * range / s.y);
 
@@ -530,8 +527,7 @@ void FanDisplay::FanDisplayPrivate::emitMousePosition(FanDisplay& display, const
 
     const float bearing = (rotation + 90.0f) * 0.017453292f - angle;
     mouseBearing = bearing * 57.29578f;
-    mouseX = static_cast<float>(
-        Maths::Geometry::sineRuleForSide(bearing, mouseRange, 1.5707963705062866));
+    mouseX = static_cast<float>(Maths::Geometry::sineRuleForSide(bearing, mouseRange, 1.5707963705062866));
     mouseY = static_cast<float>(Maths::Geometry::pythagorasForShortSide(mouseX, mouseRange));
 
     emit display.newMousePosition(mouseX, mouseY, mouseRange, mouseBearing);
@@ -544,7 +540,7 @@ void FanDisplay::FanDisplayPrivate::renderLogoImages(int widgetHeight)
         if (svgSize.height() <= 0)
             return logoHeight;
         return static_cast<int>(static_cast<float>(svgSize.width()) / static_cast<float>(svgSize.height())
-                                * static_cast<float>(logoHeight));
+            * static_cast<float>(logoHeight));
     };
     const QString transparent = QStringLiteral("background: transparent;");
 

@@ -28,10 +28,8 @@ constexpr float degreesToRadiansFactor = 0.017453292f;
 // One twelfth: the offset of a band's centre in the six-band palette texture.
 constexpr float paletteBandCentre = 0.083333336f;
 
-const QString vertexShaderPath =
-    QStringLiteral(":/ternwick-nereon-visualisation/shaders/fan-image/VertexShader.glsl");
-const QString fragmentShaderPath =
-    QStringLiteral(":/ternwick-nereon-visualisation/shaders/fan-image/FragmentShader.glsl");
+constexpr char vertexShaderPath[] = ":/ternwick-nereon-visualisation/shaders/fan-image/VertexShader.glsl";
+constexpr char fragmentShaderPath[] = ":/ternwick-nereon-visualisation/shaders/fan-image/FragmentShader.glsl";
 
 // The one histogram shared by every engine; all callers are on the GUI thread.
 std::array<std::uint32_t, 256> histogram;
@@ -84,6 +82,7 @@ struct HistogramEnds
 {
     int lowLast = 255;
     int highFirst = 1;
+    double share = 1.0; ///< fraction of the sampled bytes, zeros aside, that fall in the ends
 };
 
 /**
@@ -99,9 +98,8 @@ HistogramEnds estimateEnds(const std::uint8_t* data, std::size_t count, std::int
     for (std::size_t i = 0; i < count; i += stride, ++samples)
         ++sample[data[i]];
 
-    const double wanted = 2.0 * static_cast<double>(target) * static_cast<double>(samples)
-                              / static_cast<double>(count)
-                          + 8.0;
+    const double wanted
+        = 2.0 * static_cast<double>(target) * static_cast<double>(samples) / static_cast<double>(count) + 8.0;
     HistogramEnds ends;
     double sum = 0.0;
     for (int bin = 0; bin <= 255; ++bin) {
@@ -119,6 +117,13 @@ HistogramEnds estimateEnds(const std::uint8_t* data, std::size_t count, std::int
             break;
         }
     }
+
+    std::uint32_t inEnds = 0;
+    for (int bin = 1; bin <= 255; ++bin) {
+        if (bin <= ends.lowLast || bin >= ends.highFirst)
+            inEnds += sample[bin];
+    }
+    ends.share = static_cast<double>(inEnds) / static_cast<double>(samples);
     return ends;
 }
 
@@ -158,7 +163,7 @@ void countEnds(const std::uint8_t* data, std::uint8_t* copy, std::size_t count, 
         }
         const __m128i sums = _mm_sad_epu8(zeroLanes, zero);
         zeros += static_cast<std::uint64_t>(_mm_cvtsi128_si32(sums))
-                 + static_cast<std::uint64_t>(_mm_extract_epi16(sums, 4));
+            + static_cast<std::uint64_t>(_mm_extract_epi16(sums, 4));
     }
     for (; i < count; ++i) {
         const std::uint8_t v = data[i];
@@ -188,8 +193,7 @@ bool endsReachTarget(HistogramEnds ends, std::int64_t target)
  * Fills the histogram as far as the threshold scans for this target can see,
  * copying the bytes on the way when copy is not null.
  */
-void countForThresholds(const std::uint8_t* data, std::uint8_t* copy, std::size_t count,
-                        std::int64_t target)
+void countForThresholds(const std::uint8_t* data, std::uint8_t* copy, std::size_t count, std::int64_t target)
 {
     // A target of 0 or less is met by bins 0 and 255 whatever the counts, and
     // one above the byte count by no bin, so no count can change the result.
@@ -200,14 +204,18 @@ void countForThresholds(const std::uint8_t* data, std::uint8_t* copy, std::size_
         return;
     }
 
-    // Small frames are not worth the guess.
+    // Small frames are not worth the guess, and when the ends hold many bytes
+    // picking them out one by one is slower than counting everything.
     constexpr std::size_t smallFrame = 16 * 1024;
+    constexpr double largestShareOfEnds = 0.125;
     if (count >= smallFrame) {
         const HistogramEnds ends = estimateEnds(data, count, target);
-        countEnds(data, copy, count, ends);
-        if (endsReachTarget(ends, target))
-            return;
-        copy = nullptr; // already copied
+        if (ends.share <= largestShareOfEnds) {
+            countEnds(data, copy, count, ends);
+            if (endsReachTarget(ends, target))
+                return;
+            copy = nullptr; // already copied
+        }
     }
     if (copy)
         std::memcpy(copy, data, count);
@@ -237,9 +245,9 @@ std::string formatDistance(double value)
 } // namespace
 
 FanGeometryEngine::FanGeometryEngine()
-    : standardPalettes(std::make_unique<Palettes::StandardPalettes>()),
-      firePalette(std::make_unique<Palettes::FirePalette>()),
-      aquaPalette(std::make_unique<Palettes::AquaPalette>())
+    : standardPalettes(std::make_unique<Palettes::StandardPalettes>())
+    , firePalette(std::make_unique<Palettes::FirePalette>())
+    , aquaPalette(std::make_unique<Palettes::AquaPalette>())
 {
 }
 
@@ -314,8 +322,8 @@ void FanGeometryEngine::applyThresholds(std::int64_t target)
     }
 }
 
-void FanGeometryEngine::initIntensities(unsigned short width, unsigned short height,
-                                        const std::vector<unsigned char>& data)
+void FanGeometryEngine::initIntensities(
+    unsigned short width, unsigned short height, const std::vector<unsigned char>& data)
 {
     initializeOpenGLFunctions();
 
@@ -433,8 +441,7 @@ void FanGeometryEngine::calculateFanGeometry()
     std::vector<float> cosines(static_cast<std::size_t>(std::max(n, 0)));
     std::vector<float> sines(cosines.size());
     for (std::int32_t i = 0; i < n; ++i) {
-        const float theta =
-            (90.0f - static_cast<float>(bearings[static_cast<std::size_t>(i)]) / 100.0f)
+        const float theta = (90.0f - static_cast<float>(bearings[static_cast<std::size_t>(i)]) / 100.0f)
             * degreesToRadiansFactor;
         cosines[static_cast<std::size_t>(i)] = static_cast<float>(std::cos(static_cast<double>(theta)));
         sines[static_cast<std::size_t>(i)] = static_cast<float>(std::sin(static_cast<double>(theta)));
@@ -477,7 +484,7 @@ void FanGeometryEngine::calculateStraightLineGeometry()
     const float quarterAperture = 0.25f * aperture;
     for (int i = 0; i < 5; ++i) {
         const float phi = (static_cast<float>(i) * quarterAperture + static_cast<float>(startAngle))
-                          * degreesToRadiansFactor;
+            * degreesToRadiansFactor;
         float* segment = rangeLineVertices.data() + 4 * i;
         segment[0] = 0.0f;
         segment[1] = 0.0f;
@@ -532,9 +539,9 @@ bool FanGeometryEngine::initFanImageShaders()
     vertexShader = std::make_unique<QOpenGLShader>(QOpenGLShader::Vertex);
     fragmentShader = std::make_unique<QOpenGLShader>(QOpenGLShader::Fragment);
 
-    if (!vertexShader->compileSourceFile(vertexShaderPath))
+    if (!vertexShader->compileSourceFile(QString::fromLatin1(vertexShaderPath)))
         return false;
-    if (!fragmentShader->compileSourceFile(fragmentShaderPath))
+    if (!fragmentShader->compileSourceFile(QString::fromLatin1(fragmentShaderPath)))
         return false;
 
     fanImageProgram.addShader(vertexShader.get());
@@ -551,8 +558,8 @@ void FanGeometryEngine::drawFanImage(const QMatrix4x4& projection)
 
     checkForNewGeometry();
     if (newImage) {
-        initIntensities(static_cast<unsigned short>(width), static_cast<unsigned short>(height),
-                        intensityData);
+        initIntensities(
+            static_cast<unsigned short>(width), static_cast<unsigned short>(height), intensityData);
         newImage = false;
     }
 
@@ -585,8 +592,7 @@ void FanGeometryEngine::drawFanImage(const QMatrix4x4& projection)
     fanImageProgram.setAttributeBuffer(positionLocation, GL_FLOAT, 0, 2, 4 * sizeof(float));
     const int textureLocation = fanImageProgram.attributeLocation("aTextureCoords");
     fanImageProgram.enableAttributeArray(textureLocation);
-    fanImageProgram.setAttributeBuffer(textureLocation, GL_FLOAT, 2 * sizeof(float), 2,
-                                       4 * sizeof(float));
+    fanImageProgram.setAttributeBuffer(textureLocation, GL_FLOAT, 2 * sizeof(float), 2, 4 * sizeof(float));
 
     glDrawArrays(GL_TRIANGLES, 0, 3 * width - 3);
 
@@ -604,8 +610,8 @@ QRectF FanGeometryEngine::getFanBounds(float rotation) const
     const float start = (static_cast<float>(startAngle) + rotation) * degreesToRadiansFactor;
     const float end = start + aperture * degreesToRadiansFactor;
 
-    std::vector<float> xs{0.0f};
-    std::vector<float> ys{0.0f};
+    std::vector<float> xs { 0.0f };
+    std::vector<float> ys { 0.0f };
     const auto addPointAt = [&xs, &ys](float angle) {
         xs.push_back(static_cast<float>(std::cos(static_cast<double>(angle))));
         ys.push_back(static_cast<float>(std::sin(static_cast<double>(angle))));
@@ -615,7 +621,7 @@ QRectF FanGeometryEngine::getFanBounds(float rotation) const
 
     // Axis crossings inside the span hold the circle's extreme points; 360 and
     // 450 catch spans that a rotation pushed past a full turn.
-    static constexpr float axisAngles[] = {0.0f, 90.0f, 180.0f, 270.0f, 360.0f, 450.0f};
+    static constexpr float axisAngles[] = { 0.0f, 90.0f, 180.0f, 270.0f, 360.0f, 450.0f };
     for (const float axis : axisAngles) {
         const float angle = axis * degreesToRadiansFactor;
         if (angle <= start)
@@ -627,8 +633,8 @@ QRectF FanGeometryEngine::getFanBounds(float rotation) const
 
     const auto [minX, maxX] = std::minmax_element(xs.begin(), xs.end());
     const auto [minY, maxY] = std::minmax_element(ys.begin(), ys.end());
-    return QRectF(static_cast<double>(*minX), static_cast<double>(*maxY),
-                  static_cast<double>(*maxX - *minX), static_cast<double>(*minY - *maxY));
+    return QRectF(static_cast<double>(*minX), static_cast<double>(*maxY), static_cast<double>(*maxX - *minX),
+        static_cast<double>(*minY - *maxY));
 }
 
 bool FanGeometryEngine::pointIsWithinFan(const QPointF& point, const QMatrix4x4& transform)
@@ -641,8 +647,7 @@ bool FanGeometryEngine::pointIsWithinFan(const QPointF& point, const QMatrix4x4&
         // Evenly spread beams: the polygon is an outline, not the drawn triangles.
         const float lastBeam = static_cast<float>(width - 1);
         for (std::int32_t i = 0; i < width; ++i) {
-            const float angle =
-                (static_cast<float>(i) * aperture / lastBeam + static_cast<float>(startAngle))
+            const float angle = (static_cast<float>(i) * aperture / lastBeam + static_cast<float>(startAngle))
                 * degreesToRadiansFactor;
             const float x = static_cast<float>(std::cos(static_cast<double>(angle)));
             const float y = static_cast<float>(std::sin(static_cast<double>(angle)));
@@ -677,8 +682,8 @@ std::vector<RangeLabelParams> FanGeometryEngine::getRangeLabelParams(float rotat
     labels.reserve(10);
     for (int j = 1; j <= 5; ++j) {
         const auto metres = static_cast<float>(j * (range / 5.0));
-        const std::string label =
-            formatDistance(distanceUnit->convertFromBase(static_cast<double>(metres))) + symbol;
+        const std::string label
+            = formatDistance(distanceUnit->convertFromBase(static_cast<double>(metres))) + symbol;
 
         RangeLabelParams right;
         right.x = static_cast<float>(std::cos(static_cast<double>(rightEdge)) / 5.0 * j);

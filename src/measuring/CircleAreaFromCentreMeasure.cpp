@@ -14,8 +14,8 @@ CircleAreaFromCentreMeasure::~CircleAreaFromCentreMeasure() = default;
 void CircleAreaFromCentreMeasure::updateMeasurement(double range, float scaleX, float scaleY)
 {
     const double aspect = static_cast<double>(scaleY / scaleX);
-    const double length = Geometry::distanceBetween({startPoint.x() * aspect, startPoint.y()},
-                                                    {endPoint.x() * aspect, endPoint.y()});
+    const double length = Geometry::distanceBetween(
+        { startPoint.x() * aspect, startPoint.y() }, { endPoint.x() * aspect, endPoint.y() });
     radius = static_cast<float>(length);
     // The stored (float) radius is converted, so area and drawn circle agree.
     const double radiusMetres = (range / static_cast<double>(scaleY)) * static_cast<double>(radius);
@@ -24,8 +24,8 @@ void CircleAreaFromCentreMeasure::updateMeasurement(double range, float scaleX, 
 
 void CircleAreaFromCentreMeasure::displayMeasurement(GUI::Widgets::Bases::OpenGLWidgetPainter& painter)
 {
-    painter.drawText(static_cast<float>(startPoint.x()), static_cast<float>(startPoint.y()), 0,
-                     getLabel(), 0x14, true);
+    painter.drawText(
+        static_cast<float>(startPoint.x()), static_cast<float>(startPoint.y()), 0, getLabel(), 0x14, true);
     const QColor red(QStringLiteral("red"));
     painter.drawCircle(startPoint, radius, 2, red);
 }

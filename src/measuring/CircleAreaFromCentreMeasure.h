@@ -23,7 +23,7 @@ private:
 
     std::string getLabel() const;
 
-    float area = 0.0f;   ///< square metres
+    float area = 0.0f; ///< square metres
     float radius = 0.0f; ///< vertical clip units
 };
 

@@ -19,7 +19,8 @@ constexpr std::int32_t LastZoomLevelIndex = 9;
 }
 
 ZoomDisplay::ZoomDisplayPrivate::ZoomDisplayPrivate(FanGeometryEngine& engine, FanDisplay& display)
-    : geometryEngine(engine), parentDisplay(display)
+    : geometryEngine(engine)
+    , parentDisplay(display)
 {
 }
 
@@ -36,32 +37,33 @@ void ZoomDisplay::ZoomDisplayPrivate::applyZoom(ZoomDisplay& display)
 Vec3<float> ZoomDisplay::ZoomDisplayPrivate::getDefaultTranslation(float rotation) const
 {
     const double radians = Geometry::degreesToRadians(static_cast<double>(rotation));
-    return {static_cast<float>(std::sin(radians)), static_cast<float>(-std::cos(radians)), 0.0f};
+    return { static_cast<float>(std::sin(radians)), static_cast<float>(-std::cos(radians)), 0.0f };
 }
 
-Vec3<float> ZoomDisplay::ZoomDisplayPrivate::calculateTranslation(const Vec3<float>& translation,
-                                                                  float angle) const
+Vec3<float> ZoomDisplay::ZoomDisplayPrivate::calculateTranslation(
+    const Vec3<float>& translation, float angle) const
 {
     // The direction comes from the translation rounded to two decimals, so that
     // float noise near an axis does not skew the turn; the length stays exact.
     const float roundedX = std::round(100.0f * translation.x) / 100.0f;
     const float roundedY = std::round(100.0f * translation.y) / 100.0f;
-    const double direction = Geometry::positiveAngleRelativeToXAxis({roundedX, roundedY});
-    const double length = Geometry::distanceBetween({0.0, 0.0}, {translation.x, translation.y});
+    const double direction = Geometry::positiveAngleRelativeToXAxis({ roundedX, roundedY });
+    const double length = Geometry::distanceBetween({ 0.0, 0.0 }, { translation.x, translation.y });
     const double turn = Geometry::degreesToRadians(static_cast<double>(angle));
-    return {static_cast<float>(std::cos(turn + direction) * length),
-            static_cast<float>(std::sin(turn + direction) * length), 0.0f};
+    return { static_cast<float>(std::cos(turn + direction) * length),
+        static_cast<float>(std::sin(turn + direction) * length), 0.0f };
 }
 
 QPointF ZoomDisplay::ZoomDisplayPrivate::pixelsToGL(const QPointF& pixel, const ZoomDisplay& display) const
 {
     const double width = display.width();
     const double height = display.height();
-    return {2.0 * pixel.x() / width - 1.0, 1.0 - 2.0 * pixel.y() / height};
+    return { 2.0 * pixel.x() / width - 1.0, 1.0 - 2.0 * pixel.y() / height };
 }
 
 ZoomDisplay::ZoomDisplay(FanGeometryEngine& geometryEngine, FanDisplay& parentDisplay)
-    : OpenGLWidget(nullptr), d(std::make_unique<ZoomDisplayPrivate>(geometryEngine, parentDisplay))
+    : OpenGLWidget(nullptr)
+    , d(std::make_unique<ZoomDisplayPrivate>(geometryEngine, parentDisplay))
 {
     // Only references are kept here: the fan display is still being built.
     scale(4.0f, 4.0f, 1.0f, true);
@@ -137,7 +139,7 @@ void ZoomDisplay::resizeEvent(QResizeEvent* event)
     if (oldSize.width() > 0) {
         // One fan unit keeps its size in pixels: a larger widget shows more.
         scale(static_cast<float>(oldSize.width()) / static_cast<float>(width()),
-              static_cast<float>(oldSize.height()) / static_cast<float>(height()), 1.0f, false);
+            static_cast<float>(oldSize.height()) / static_cast<float>(height()), 1.0f, false);
     }
 }
 
@@ -145,7 +147,7 @@ void ZoomDisplay::paintGL()
 {
     if (d->clearColourChanged) {
         glClearColor(static_cast<float>(d->clearColour.redF()), static_cast<float>(d->clearColour.greenF()),
-                     static_cast<float>(d->clearColour.blueF()), static_cast<float>(d->clearColour.alphaF()));
+            static_cast<float>(d->clearColour.blueF()), static_cast<float>(d->clearColour.alphaF()));
         d->clearColourChanged = false;
     }
     glClear(GL_COLOR_BUFFER_BIT);

@@ -28,7 +28,10 @@ QRectF displayRectangle(const QMatrix4x4& toFan, const QMatrix4x4& toDisplay, fl
 
 } // namespace
 
-ZoomDisplayOutline::ZoomDisplayOutline(ZoomDisplay* display) : zoomDisplay(display) {}
+ZoomDisplayOutline::ZoomDisplayOutline(ZoomDisplay* display)
+    : zoomDisplay(display)
+{
+}
 
 bool ZoomDisplayOutline::pointIsWithinBounds(const QPointF& point, const QMatrix4x4& projection) const
 {
@@ -52,7 +55,7 @@ void ZoomDisplayOutline::updateDrag(const QPointF& point)
     // total shift always equals the pointer's displacement since beginDrag.
     const QPointF current = getRotationlessProjection().map(point);
     zoomDisplay->pan(static_cast<float>(dragStart.x() - current.x()),
-                     static_cast<float>(dragStart.y() - current.y()), false);
+        static_cast<float>(dragStart.y() - current.y()), false);
 }
 
 void ZoomDisplayOutline::endDrag()
@@ -79,7 +82,7 @@ QMatrix4x4 ZoomDisplayOutline::getRotationlessProjection() const
 void ZoomDisplayOutline::draw(GUI::Widgets::Bases::OpenGLWidgetPainter& painter)
 {
     const QMatrix4x4 toFan = zoomDisplay->getCurrentProjection().inverted();
-    const QPointF corners[] = {{-1.0, 1.0}, {1.0, 1.0}, {1.0, -1.0}, {-1.0, -1.0}};
+    const QPointF corners[] = { { -1.0, 1.0 }, { 1.0, 1.0 }, { 1.0, -1.0 }, { -1.0, -1.0 } };
     std::vector<float> vertices;
     vertices.reserve(8);
     for (const QPointF& corner : corners) {

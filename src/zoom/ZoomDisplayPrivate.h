@@ -18,8 +18,8 @@ class ZoomDisplay::ZoomDisplayPrivate
 {
 public:
     /// Magnification of each zoom step, fan units to clip units.
-    static constexpr std::array<float, 10> ZoomLevels{4.0f, 4.5f, 5.0f, 5.5f, 6.0f,
-                                                      6.5f, 7.0f, 8.0f, 9.0f, 10.0f};
+    static constexpr std::array<float, 10> ZoomLevels { 4.0f, 4.5f, 5.0f, 5.5f, 6.0f, 6.5f, 7.0f, 8.0f, 9.0f,
+        10.0f };
 
     ZoomDisplayPrivate(FanGeometryEngine& geometryEngine, FanDisplay& parentDisplay);
 

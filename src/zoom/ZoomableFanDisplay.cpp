@@ -33,8 +33,8 @@ bool sameTransform(const Vec3<float>& scale, const Vec3<float>& translation, Ope
 {
     const Vec3<float>& s = widget.getCurrentScale();
     const Vec3<float>& t = widget.getCurrentTranslation();
-    return s.x == scale.x && s.y == scale.y && s.z == scale.z && t.x == translation.x
-           && t.y == translation.y && t.z == translation.z;
+    return s.x == scale.x && s.y == scale.y && s.z == scale.z && t.x == translation.x && t.y == translation.y
+        && t.z == translation.z;
 }
 
 } // namespace
@@ -55,7 +55,8 @@ void ZoomableFanDisplay::ZoomableFanDisplayPrivate::stepAnimation(ZoomableFanDis
 }
 
 ZoomableFanDisplay::ZoomableFanDisplay(QWidget* parent)
-    : FanDisplay(parent), d(std::make_unique<ZoomableFanDisplayPrivate>())
+    : FanDisplay(parent)
+    , d(std::make_unique<ZoomableFanDisplayPrivate>())
 {
     d->zoomTimer.setInterval(AnimationIntervalMs);
     connect(&d->zoomTimer, &QTimer::timeout, this, [this] { d->stepAnimation(*this); });

@@ -12,7 +12,7 @@ public:
     /// One tick of the animation: moves currentZoomLevel a step towards zoomLevel.
     void stepAnimation(ZoomableFanDisplay& display);
 
-    float zoomLevel = 1.0f;        ///< requested level
+    float zoomLevel = 1.0f; ///< requested level
     float currentZoomLevel = 1.0f; ///< level on screen; differs only while animating
     QTimer zoomTimer;
     float zoomStep = 0.0f; ///< subtracted from currentZoomLevel at each tick

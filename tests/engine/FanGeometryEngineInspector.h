@@ -9,7 +9,10 @@ namespace Halcyra::Nereon::Visualisation {
 class FanGeometryEngineInspector
 {
 public:
-    explicit FanGeometryEngineInspector(FanGeometryEngine& engine) : e(engine) {}
+    explicit FanGeometryEngineInspector(FanGeometryEngine& engine)
+        : e(engine)
+    {
+    }
 
     std::int32_t& width() { return e.width; }
     std::int32_t& height() { return e.height; }

@@ -55,7 +55,7 @@ protected:
     {
         shadersBuilt = engine.initFanImageShaders();
         engine.initPalettes();
-        engine.initIntensities(1, 1, {0});
+        engine.initIntensities(1, 1, { 0 });
     }
 
     void paintGL() override
@@ -150,8 +150,8 @@ int maxChannelDifference(const QImage& a, const QImage& b)
         for (int x = 0; x < a.width(); ++x) {
             const QColor p = a.pixelColor(x, y);
             const QColor q = b.pixelColor(x, y);
-            worst = std::max({worst, std::abs(p.red() - q.red()), std::abs(p.green() - q.green()),
-                              std::abs(p.blue() - q.blue())});
+            worst = std::max({ worst, std::abs(p.red() - q.red()), std::abs(p.green() - q.green()),
+                std::abs(p.blue() - q.blue()) });
         }
     return worst;
 }
@@ -222,8 +222,8 @@ void TestEngineDrawing::intensityTextureMatchesFrame()
 
     std::mt19937 random(std::uint32_t(beams * lines));
     std::uniform_int_distribution<int> byte(0, 255);
-    const NereonImage frame =
-        TestSupport::makeFrame(beams, lines, 20.0, [&](int, int) { return std::uint8_t(byte(random)); });
+    const NereonImage frame
+        = TestSupport::makeFrame(beams, lines, 20.0, [&](int, int) { return std::uint8_t(byte(random)); });
 
     FanGeometryEngineInspector inspect(widget->engine);
     widget->engine.processNewImage(frame);
@@ -255,7 +255,7 @@ void TestEngineDrawing::onlyLastFrameIsUploaded()
     grab();
     const GLuint before = inspect.intensities()->textureId();
 
-    for (std::uint8_t value : {10, 20, 30})
+    for (std::uint8_t value : { 10, 20, 30 })
         widget->engine.processNewImage(TestSupport::uniformFrame(64, 16, 20.0, value));
     grab();
     const GLuint uploaded = inspect.intensities()->textureId();
@@ -298,10 +298,9 @@ void TestEngineDrawing::fanVertexBuffer()
     grab();
     std::vector<float> floats = readBuffer();
     QCOMPARE(floats.size(), std::size_t(36));
-    const std::vector<float> plain = {
-        0, 0, 0, 0,   -0.9063f, 0.4226f, 0, 1,   0, 1, 0.5f, 1,       // triangle 0
-        0, 0, 0.5f, 0, 0, 1, 0.5f, 1,           0.9063f, 0.4226f, 1, 1, // triangle 1
-        0, 0, 0, 0,   0, 0, 0, 0,               0, 0, 0, 0};            // never drawn
+    const std::vector<float> plain = { 0, 0, 0, 0, -0.9063f, 0.4226f, 0, 1, 0, 1, 0.5f, 1, // triangle 0
+        0, 0, 0.5f, 0, 0, 1, 0.5f, 1, 0.9063f, 0.4226f, 1, 1, // triangle 1
+        0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0 }; // never drawn
     QString mismatch = compareTriangles(floats, plain);
     QVERIFY2(mismatch.isEmpty(), qPrintable(mismatch));
 
@@ -309,8 +308,10 @@ void TestEngineDrawing::fanVertexBuffer()
     engine.horizontalFlip();
     grab();
     std::vector<float> mirrored = plain;
-    for (std::size_t i : {2, 6}) mirrored[i] = 1.0f;
-    for (std::size_t i : {10, 14, 18}) mirrored[i] = 0.5f;
+    for (std::size_t i : { 2, 6 })
+        mirrored[i] = 1.0f;
+    for (std::size_t i : { 10, 14, 18 })
+        mirrored[i] = 0.5f;
     mirrored[22] = 0.0f;
     mismatch = compareTriangles(readBuffer(), mirrored);
     QVERIFY2(mismatch.isEmpty(), qPrintable(mismatch));
@@ -358,9 +359,9 @@ void TestEngineDrawing::paletteColours()
     inspect.upperThreshold() = 0.75f;
     const QImage picture = grab();
 
-    Palettes::AbstractPalette* table = palette == Options::Fire   ? inspect.firePalette()
-                                       : palette == Options::Aqua ? inspect.aquaPalette()
-                                                                  : inspect.standardPalettes();
+    Palettes::AbstractPalette* table = palette == Options::Fire ? inspect.firePalette()
+        : palette == Options::Aqua                              ? inspect.aquaPalette()
+                                                                : inspect.standardPalettes();
     widget->makeCurrent();
     // Bytes 0 and 255 are held at the thresholds; 128 shows its own entry.
     const QColor nearBand = paletteColourAt(table, 0.25f, inspect.chosenPalette());
@@ -368,7 +369,7 @@ void TestEngineDrawing::paletteColours()
     const QColor farBand = paletteColourAt(table, 0.75f, inspect.chosenPalette());
     widget->doneCurrent();
 
-    for (double angle : {60.0, 90.0, 130.0}) {
+    for (double angle : { 60.0, 90.0, 130.0 }) {
         NEREON_VERIFY_PIXEL(picture, pixelAtPolar(angle, 1.0 / 6.0), nearBand, 3);
         NEREON_VERIFY_PIXEL(picture, pixelAtPolar(angle, 0.5), middleBand, 3);
         NEREON_VERIFY_PIXEL(picture, pixelAtPolar(angle, 5.0 / 6.0), farBand, 3);
@@ -383,9 +384,8 @@ void TestEngineDrawing::mirroredFanSwapsSides()
 {
     FanGeometryEngine& engine = widget->engine;
     // The first beams are the leftmost.
-    engine.processNewImage(TestSupport::makeFrame(256, 32, 10.0, [](int beam, int) {
-        return std::uint8_t(beam < 128 ? 40 : 220);
-    }));
+    engine.processNewImage(TestSupport::makeFrame(
+        256, 32, 10.0, [](int beam, int) { return std::uint8_t(beam < 128 ? 40 : 220); }));
     const QPoint left = pixelAtPolar(125.0, 0.6);
     const QPoint right = pixelAtPolar(55.0, 0.6);
 
@@ -406,7 +406,8 @@ void TestEngineDrawing::despeckle()
     FanGeometryEngine& engine = widget->engine;
     std::mt19937 random(3);
     std::uniform_int_distribution<int> byte(0, 255);
-    engine.processNewImage(TestSupport::makeFrame(32, 32, 10.0, [&](int, int) { return std::uint8_t(byte(random)); }));
+    engine.processNewImage(
+        TestSupport::makeFrame(32, 32, 10.0, [&](int, int) { return std::uint8_t(byte(random)); }));
 
     // One tap through the kernel is the unsmoothed picture.
     const QImage level0 = grab();
@@ -418,8 +419,8 @@ void TestEngineDrawing::despeckle()
     QVERIFY2(difference <= 1, qPrintable(QString::number(difference)));
 
     // A checkerboard smoothed over 3 x 3 comes out nearly even grey.
-    engine.processNewImage(
-        TestSupport::makeFrame(32, 32, 10.0, [](int beam, int line) { return std::uint8_t((beam + line) % 2 ? 255 : 0); }));
+    engine.processNewImage(TestSupport::makeFrame(
+        32, 32, 10.0, [](int beam, int line) { return std::uint8_t((beam + line) % 2 ? 255 : 0); }));
     const QRect box(pixelAt(-0.15, 0.65), pixelAt(0.15, 0.35));
     const auto spread = [&box](const QImage& picture) {
         int low = 255;
@@ -493,10 +494,9 @@ void TestEngineDrawing::destroyReleasesGlObjects()
     own.grabFramebuffer();
 
     FanGeometryEngineInspector inspect(own.engine);
-    const std::vector<GLuint> textures = {inspect.intensities()->textureId(),
-                                          inspect.standardPalettes()->textureId(),
-                                          inspect.firePalette()->textureId(),
-                                          inspect.aquaPalette()->textureId()};
+    const std::vector<GLuint> textures
+        = { inspect.intensities()->textureId(), inspect.standardPalettes()->textureId(),
+              inspect.firePalette()->textureId(), inspect.aquaPalette()->textureId() };
     const GLuint buffer = inspect.fanVertexBuffer().bufferId();
 
     own.makeCurrent();

@@ -1,7 +1,7 @@
 #include "FanDisplay.h"
-#include "ZoomDisplay.h"
 #include "GlTestSupport.h"
 #include "TestUnits.h"
+#include "ZoomDisplay.h"
 #include "gui/OpenGLWidget.h"
 #include "gui/OpenGLWidgetPainter.h"
 #include "measuring/CircleAreaFromCentreMeasure.h"
@@ -52,7 +52,12 @@ namespace {
 
 using Inspector = MeasuringToolInspector;
 
-enum Kind { Line, Rectangle, Circle };
+enum Kind
+{
+    Line,
+    Rectangle,
+    Circle
+};
 
 std::unique_ptr<MeasuringToolBase> makeTool(int kind)
 {
@@ -68,7 +73,7 @@ std::unique_ptr<MeasuringToolBase> makeTool(int kind)
 
 /// Drives a tool through press, drag to end and release, as the display does.
 void measure(MeasuringToolBase& tool, FanDisplay& display, QPointF start, QPointF end, double range,
-             float scaleX, float scaleY)
+    float scaleX, float scaleY)
 {
     tool.startMeasuring(display, start);
     tool.takeMeasurement(end, range, scaleX, scaleY);
@@ -289,7 +294,7 @@ void TestMeasuring::rangeChangeRescales()
     // Single-precision results: compare to a relative tolerance.
     const double after = double(Inspector::result(*tool));
     QVERIFY2(std::abs(after / (double(before) * factor) - 1.0) < 1e-6,
-             qPrintable(QStringLiteral("%1 then %2").arg(double(before)).arg(after)));
+        qPrintable(QStringLiteral("%1 then %2").arg(double(before)).arg(after)));
     QCOMPARE(tool->getState(), MeasuringToolBase::Finished);
     if (kind == Circle)
         QCOMPARE(Inspector::radius(*tool), radiusBefore);
@@ -325,12 +330,12 @@ void TestMeasuring::labels_data()
         << int(Line) << QPointF(0, 0.75) << QString() << QStringLiteral("Distance: 7.50m");
     QTest::newRow("zero distance right after the press")
         << int(Line) << QPointF(0, 0) << QStringLiteral("m") << QStringLiteral("Distance: 0.00m");
-    QTest::newRow("rectangle area")
-        << int(Rectangle) << QPointF(0.5, 0.5) << QStringLiteral("m2") << QString::fromUtf8("Area: 25.00m\u00b2");
+    QTest::newRow("rectangle area") << int(Rectangle) << QPointF(0.5, 0.5) << QStringLiteral("m2")
+                                    << QString::fromUtf8("Area: 25.00m\u00b2");
     QTest::newRow("rectangle area without unit")
         << int(Rectangle) << QPointF(0.5, 0.5) << QString() << QString::fromUtf8("Area: 25.00m\u00b2");
-    QTest::newRow("circle area")
-        << int(Circle) << QPointF(0, 0.5) << QStringLiteral("m2") << QString::fromUtf8("Area: 78.54m\u00b2");
+    QTest::newRow("circle area") << int(Circle) << QPointF(0, 0.5) << QStringLiteral("m2")
+                                 << QString::fromUtf8("Area: 78.54m\u00b2");
 }
 
 void TestMeasuring::labels()
@@ -377,7 +382,7 @@ void TestMeasuring::drawsLineWithLabelBelowEnd()
     const QImage picture = paintTool(tool, QSize(200, 200));
     QVERIFY(!picture.isNull());
 
-    for (int x : {55, 100, 145}) {
+    for (int x : { 55, 100, 145 }) {
         if (!redNear(picture, x, 150))
             QFAIL(qPrintable(TestSupport::saveFailurePicture(picture, QStringLiteral("line"))));
     }
@@ -397,7 +402,7 @@ void TestMeasuring::drawsRectangleOutline()
     const QImage picture = paintTool(tool, QSize(200, 200));
     QVERIFY(!picture.isNull());
 
-    const QPoint sides[] = {{50, 70}, {150, 130}, {100, 50}, {100, 150}, {50, 140}, {140, 50}};
+    const QPoint sides[] = { { 50, 70 }, { 150, 130 }, { 100, 50 }, { 100, 150 }, { 50, 140 }, { 140, 50 } };
     for (const QPoint& side : sides) {
         if (!redNear(picture, side.x(), side.y()))
             QFAIL(qPrintable(QStringLiteral("no outline at (%1, %2): %3")
@@ -441,7 +446,7 @@ void TestMeasuring::drawsCircleThroughEndPoint()
     const QPoint endPixel((end.x() + 1.0) / 2.0 * size.width(), (1.0 - end.y()) / 2.0 * size.height());
     const QPoint centre(size.width() / 2, size.height() / 2);
     const QPoint opposite = 2 * centre - onCircle;
-    for (const QPoint& rim : {endPixel, onCircle, opposite}) {
+    for (const QPoint& rim : { endPixel, onCircle, opposite }) {
         if (!redNear(picture, rim.x(), rim.y()))
             QFAIL(qPrintable(QStringLiteral("circle misses (%1, %2): %3")
                                  .arg(rim.x())
@@ -451,9 +456,9 @@ void TestMeasuring::drawsCircleThroughEndPoint()
     // Inside the rim, away from the centred label, and outside it: background.
     QVERIFY(TestSupport::pixelMatches(picture, centre + QPoint(0, -30), Qt::black));
     QVERIFY(TestSupport::pixelMatches(picture, centre + QPoint(0, -70), Qt::black));
-    QVERIFY(TestSupport::countPixelsDiffering(picture, QRect(centre - QPoint(20, 8), QSize(40, 16)),
-                                              Qt::black)
-            > 20);
+    QVERIFY(
+        TestSupport::countPixelsDiffering(picture, QRect(centre - QPoint(20, 8), QSize(40, 16)), Qt::black)
+        > 20);
 }
 
 int main(int argc, char** argv)

@@ -24,7 +24,7 @@ for host in libternwick-gui.so.4 libternwick-maths.so.1 libternwick-nereon.so.2;
         exit 1
     fi
 done
-if grep -rq 'nereon-visualisation-objects' "$prefix"; then
+if grep -rq 'nereon-visualisation-objects' "$(dirname "$library")/cmake"; then
     echo "FAIL: the object library leaks into the installed package" >&2
     exit 1
 fi

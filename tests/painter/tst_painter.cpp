@@ -32,7 +32,7 @@ class Canvas : public OpenGLWidget
 public:
     std::function<void(Canvas&, OpenGLWidgetPainter&)> draw;
 
-    using OpenGLWidget::painter;
+    using OpenGLWidget::OpenGLWidget;
 
 protected:
     void paintGL() override
@@ -77,7 +77,7 @@ int litCount(const QImage& image, const QRectF& logical)
 {
     const qreal ratio = image.devicePixelRatio();
     const QRect rect(QPoint(int(logical.left() * ratio), int(logical.top() * ratio)),
-                     QPoint(int(logical.right() * ratio) - 1, int(logical.bottom() * ratio) - 1));
+        QPoint(int(logical.right() * ratio) - 1, int(logical.bottom() * ratio) - 1));
     return TestSupport::countPixelsDiffering(image, rect, background, 60);
 }
 
@@ -99,15 +99,16 @@ LabelPlacement rangeLabel(float aperture, int startAngle, bool rightHand, float 
     };
     const auto direction = [](double degrees) {
         const double radians = degrees * M_PI / 180.0;
-        return QPointF(std::round(std::cos(radians) * 1000.0) / 1000.0,
-                       std::round(std::sin(radians) * 1000.0) / 1000.0);
+        return QPointF(
+            std::round(std::cos(radians) * 1000.0) / 1000.0, std::round(std::sin(radians) * 1000.0) / 1000.0);
     };
     if (rightHand) {
         const QPointF away = direction(a + rotation);
-        return flipped(a) ? LabelPlacement{startAngle - 270, 0x12, away} : LabelPlacement{a, 0x10, away};
+        return flipped(a) ? LabelPlacement { startAngle - 270, 0x12, away }
+                          : LabelPlacement { a, 0x10, away };
     }
     const QPointF away = direction(b + 180 + rotation);
-    return flipped(b) ? LabelPlacement{b - 180, 0x10, away} : LabelPlacement{b, 0x12, away};
+    return flipped(b) ? LabelPlacement { b - 180, 0x10, away } : LabelPlacement { b, 0x12, away };
 }
 
 } // namespace
@@ -120,18 +121,24 @@ class TestPainter : public QObject
     Q_OBJECT
 
 private:
-    std::unique_ptr<Canvas> makeCanvas(int width, int height)
+    /// The shared canvas, cleared of earlier drawing and transform, at the given size.
+    void prepareCanvas(int width, int height)
     {
-        auto canvas = std::make_unique<Canvas>();
+        canvas->draw = nullptr;
+        canvas->scale(1.0f, 1.0f, 1.0f, true);
+        canvas->translate(0.0f, 0.0f, 0.0f, true);
+        canvas->rotate(0.0f, true);
         canvas->resize(width, height);
-        canvas->show();
-        if (!QTest::qWaitForWindowExposed(canvas.get()))
-            return nullptr;
-        TestSupport::keepGlDriverLoaded();
-        return canvas;
     }
 
+    // One window for all GL cases: a child resizes at once, and creating a
+    // window and context per case costs more than the cases themselves.
+    std::unique_ptr<QWidget> window;
+    Canvas* canvas = nullptr;
+
 private slots:
+    void initTestCase();
+    void cleanup();
     void modelTransform_data();
     void modelTransform();
     void lines_data();
@@ -150,16 +157,34 @@ private slots:
     void logos();
 };
 
+void TestPainter::initTestCase()
+{
+    window = std::make_unique<QWidget>();
+    window->resize(260, 260);
+    canvas = new Canvas(window.get());
+    window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+    canvas->grabFramebuffer();
+    TestSupport::keepGlDriverLoaded();
+}
+
+void TestPainter::cleanup()
+{
+    // The drawing captures the finished case's locals; a later repaint must not run it.
+    canvas->draw = nullptr;
+}
+
 void TestPainter::modelTransform_data()
 {
     QTest::addColumn<Operation>("operations");
     QTest::addColumn<QPointF>("point");
     QTest::addColumn<QPointF>("expected");
 
-    QTest::newRow("initial identity") << Operation([](OpenGLWidget&) {}) << QPointF(0.3, -0.4)
-                                      << QPointF(0.3, -0.4);
+    QTest::newRow("initial identity")
+        << Operation([](OpenGLWidget&) {}) << QPointF(0.3, -0.4) << QPointF(0.3, -0.4);
     QTest::newRow("rotation is counter-clockwise")
-        << Operation([](OpenGLWidget& w) { w.rotate(90.0f, true); }) << QPointF(1.0, 0.0) << QPointF(0.0, 1.0);
+        << Operation([](OpenGLWidget& w) { w.rotate(90.0f, true); }) << QPointF(1.0, 0.0)
+        << QPointF(0.0, 1.0);
     // Rotated first, then scaled, then translated.
     QTest::newRow("translation x scale x rotation") << Operation([](OpenGLWidget& w) {
         w.translate(0.5f, -0.25f, 0.0f, true);
@@ -200,7 +225,7 @@ void TestPainter::modelTransform()
     operations(widget);
     const QVector3D mapped = widget.getCurrentProjection().map(QVector3D(point));
     QVERIFY2(std::abs(mapped.x() - expected.x()) < 1e-5 && std::abs(mapped.y() - expected.y()) < 1e-5,
-             qPrintable(QStringLiteral("mapped to (%1, %2)").arg(mapped.x()).arg(mapped.y())));
+        qPrintable(QStringLiteral("mapped to (%1, %2)").arg(mapped.x()).arg(mapped.y())));
 }
 
 void TestPainter::lines_data()
@@ -231,14 +256,13 @@ void TestPainter::lines()
     QFETCH(QPointF, onLine);
     QFETCH(QPointF, offLine);
 
-    auto canvas = makeCanvas(200, 160);
-    QVERIFY(canvas);
+    prepareCanvas(200, 160);
     canvas->scale(0.5f, 0.8f, 1.0f, true);
     canvas->rotate(90.0f, true);
     canvas->translate(0.2f, -0.1f, 0.0f, true);
     canvas->draw = [&](Canvas&, OpenGLWidgetPainter& painter) {
-        painter.drawLine(float(from.x()), float(from.y()), float(to.x()), float(to.y()), 5, red,
-                         screenCoordinates);
+        painter.drawLine(
+            float(from.x()), float(from.y()), float(to.x()), float(to.y()), 5, red, screenCoordinates);
     };
     const QImage image = canvas->grabFramebuffer();
     NEREON_VERIFY_PIXEL(image, device(image, onLine), red, 8);
@@ -263,16 +287,15 @@ void TestPainter::polylines()
     QFETCH(bool, closed);
     QFETCH(int, litSides);
 
-    auto canvas = makeCanvas(200, 200);
-    QVERIFY(canvas);
+    prepareCanvas(200, 200);
     // Model coordinates scaled by a half: the square spans pixels 50 to 150.
     canvas->scale(0.5f, 0.5f, 1.0f, true);
-    const std::vector<float> corners{-1.0f, 1.0f, 1.0f, 1.0f, 1.0f, -1.0f, -1.0f, -1.0f};
+    const std::vector<float> corners { -1.0f, 1.0f, 1.0f, 1.0f, 1.0f, -1.0f, -1.0f, -1.0f };
     canvas->draw = [&](Canvas&, OpenGLWidgetPainter& painter) {
         painter.drawLines(corners, 3, red, false, connected, closed);
     };
     const QImage image = canvas->grabFramebuffer();
-    const QPointF sideMiddles[4] = {{100, 50}, {150, 100}, {100, 150}, {50, 100}};
+    const QPointF sideMiddles[4] = { { 100, 50 }, { 150, 100 }, { 100, 150 }, { 50, 100 } };
     for (int side = 0; side < 4; ++side) {
         const bool lit = litSides & (0b1000 >> side);
         NEREON_VERIFY_PIXEL(image, device(image, sideMiddles[side]), lit ? red : background, 16);
@@ -282,12 +305,10 @@ void TestPainter::polylines()
 
 void TestPainter::circleIsRoundOnScreen()
 {
-    auto canvas = makeCanvas(240, 120);
-    QVERIFY(canvas);
+    prepareCanvas(240, 120);
     // Radius 0.5 of the vertical half-height: 30 pixels both ways.
-    canvas->draw = [](Canvas&, OpenGLWidgetPainter& painter) {
-        painter.drawCircle(QPointF(0.0, 0.0), 0.5f, 3, red);
-    };
+    canvas->draw
+        = [](Canvas&, OpenGLWidgetPainter& painter) { painter.drawCircle(QPointF(0.0, 0.0), 0.5f, 3, red); };
     const QImage image = canvas->grabFramebuffer();
     NEREON_VERIFY_PIXEL(image, device(image, QPointF(150, 60)), red, 16);
     NEREON_VERIFY_PIXEL(image, device(image, QPointF(120, 30)), red, 16);
@@ -314,8 +335,7 @@ void TestPainter::imageCorner()
     QFETCH(QPointF, at);
     QFETCH(QPointF, expectedCorner);
 
-    auto canvas = makeCanvas(200, 160);
-    QVERIFY(canvas);
+    prepareCanvas(200, 160);
     canvas->scale(0.5f, 0.5f, 1.0f, true);
     canvas->translate(0.25f, 0.0f, 0.0f, true);
     const QColor green(0, 255, 0);
@@ -350,8 +370,7 @@ void TestPainter::textAnchor()
 {
     QFETCH(int, anchor);
 
-    auto canvas = makeCanvas(240, 160);
-    QVERIFY(canvas);
+    prepareCanvas(240, 160);
     QFont font;
     font.setPixelSize(20);
     const QColor textColour(255, 255, 0);
@@ -363,40 +382,40 @@ void TestPainter::textAnchor()
     const QImage image = canvas->grabFramebuffer();
     const QRectF box = litBox(image);
     const QPointF point(120, 80);
-    const auto fail = [&](const char* what) {
-        QFAIL(qPrintable(QStringLiteral("%1: lit box %2,%3 %4x%5 (picture: %6)")
-                             .arg(QLatin1String(what))
-                             .arg(box.x())
-                             .arg(box.y())
-                             .arg(box.width())
-                             .arg(box.height())
-                             .arg(TestSupport::saveFailurePicture(image, QStringLiteral("actual")))));
+    const auto describe = [&](const char* what) {
+        return QStringLiteral("%1: lit box %2,%3 %4x%5 (picture: %6)")
+            .arg(QLatin1String(what))
+            .arg(box.x())
+            .arg(box.y())
+            .arg(box.width())
+            .arg(box.height())
+            .arg(TestSupport::saveFailurePicture(image, QStringLiteral("actual")));
     };
     if (box.isEmpty())
-        fail("no text");
+        QFAIL(qPrintable(describe("no text")));
     if (box.width() < 30 || box.width() > 90 || box.height() < 10 || box.height() > 22)
-        fail("size");
+        QFAIL(qPrintable(describe("size")));
 
     const double tolerance = 3.0;
     switch (anchor & 0x0f) {
     case 0x00:
         if (std::abs(box.left() - point.x()) > tolerance)
-            fail("start not at the point");
+            QFAIL(qPrintable(describe("start not at the point")));
         break;
     case 0x02:
         if (std::abs(box.right() - point.x()) > tolerance)
-            fail("end not at the point");
+            QFAIL(qPrintable(describe("end not at the point")));
         break;
     default:
         if (std::abs(box.center().x() - point.x()) > tolerance)
-            fail("not centred horizontally");
+            QFAIL(qPrintable(describe("not centred horizontally")));
     }
     if (anchor & 0x20) {
         // The font's ascent sits a little above the digits' tops.
         if (box.top() < point.y() - 1 || box.top() > point.y() + 6)
-            fail("top not at the point");
+            QFAIL(qPrintable(describe("top not at the point")));
     } else if (std::abs(box.center().y() - point.y()) > tolerance) {
-        fail("not centred vertically");
+        QFAIL(qPrintable(describe("not centred vertically")));
     }
 
     // The selected font's colour, not the first registered one.
@@ -407,7 +426,7 @@ void TestPainter::textAnchor()
             yellowFound = TestSupport::pixelMatches(image, QPoint(x, brightest.y() + dy), textColour, 40);
     }
     if (!yellowFound)
-        fail("text not in the selected colour");
+        QFAIL(qPrintable(describe("text not in the selected colour")));
 }
 
 void TestPainter::rangeLabelsReadUpright_data()
@@ -419,8 +438,8 @@ void TestPainter::rangeLabelsReadUpright_data()
 
     // A half-disc fan has horizontal labels when turned by 90 or 270 degrees,
     // a needle-thin one when upright or upside down; both have vertical ones otherwise.
-    for (const float rotation : {0.0f, 90.0f, 180.0f, 270.0f}) {
-        for (const bool right : {true, false}) {
+    for (const float rotation : { 0.0f, 90.0f, 180.0f, 270.0f }) {
+        for (const bool right : { true, false }) {
             const char* side = right ? "right" : "left";
             QTest::addRow("half-disc %s %g", side, double(rotation)) << 180.0f << 0 << right << rotation;
             QTest::addRow("needle %s %g", side, double(rotation)) << 0.0f << 90 << right << rotation;
@@ -440,8 +459,7 @@ void TestPainter::rangeLabelsReadUpright()
     const float x = float(std::cos(edge) * 0.6);
     const float y = float(std::sin(edge) * 0.6);
 
-    auto canvas = makeCanvas(240, 240);
-    QVERIFY(canvas);
+    prepareCanvas(240, 240);
     canvas->scale(0.8f, 0.8f, 1.0f, true);
     canvas->rotate(rotation, true);
     QFont font;
@@ -454,19 +472,19 @@ void TestPainter::rangeLabelsReadUpright()
     const QRectF box = litBox(image);
     const QVector3D clip = canvas->getCurrentProjection().map(QVector3D(x, y, 0.0f));
     const QPointF point((clip.x() + 1.0) * 120.0, (1.0 - clip.y()) * 120.0);
-    const auto fail = [&](const char* what) {
-        QFAIL(qPrintable(QStringLiteral("%1: lit box %2,%3 %4x%5, point %6,%7 (picture: %8)")
-                             .arg(QLatin1String(what))
-                             .arg(box.x())
-                             .arg(box.y())
-                             .arg(box.width())
-                             .arg(box.height())
-                             .arg(point.x())
-                             .arg(point.y())
-                             .arg(TestSupport::saveFailurePicture(image, QStringLiteral("actual")))));
+    const auto describe = [&](const char* what) {
+        return QStringLiteral("%1: lit box %2,%3 %4x%5, point %6,%7 (picture: %8)")
+            .arg(QLatin1String(what))
+            .arg(box.x())
+            .arg(box.y())
+            .arg(box.width())
+            .arg(box.height())
+            .arg(point.x())
+            .arg(point.y())
+            .arg(TestSupport::saveFailurePicture(image, QStringLiteral("actual")));
     };
     if (box.isEmpty())
-        fail("no text");
+        QFAIL(qPrintable(describe("no text")));
 
     // Outside the fan: the whole text lies beyond its point, away from the edge.
     const double slack = 2.0;
@@ -474,24 +492,24 @@ void TestPainter::rangeLabelsReadUpright()
         || (label.outward.x() < -0.5 && box.right() > point.x() + slack)
         || (label.outward.y() > 0.5 && box.bottom() > point.y() + slack)
         || (label.outward.y() < -0.5 && box.top() < point.y() - slack))
-        fail("text not on the outer side of its point");
+        QFAIL(qPrintable(describe("text not on the outer side of its point")));
 
     const bool horizontal = std::abs(label.outward.x()) > 0.5;
     if (horizontal != (box.width() > box.height()))
-        fail(horizontal ? "horizontal label not wider than tall" : "vertical label not taller than wide");
+        QFAIL(qPrintable(describe(
+            horizontal ? "horizontal label not wider than tall" : "vertical label not taller than wide")));
     if (horizontal) {
         // The bars of the Ts are on top when the text is upright.
         const QRectF upperQuarter(box.left(), box.top(), box.width(), box.height() / 4);
         const QRectF lowerQuarter(box.left(), box.bottom() - box.height() / 4, box.width(), box.height() / 4);
         if (litCount(image, upperQuarter) <= 2 * litCount(image, lowerQuarter))
-            fail("text upside down");
+            QFAIL(qPrintable(describe("text upside down")));
     }
 }
 
 void TestPainter::glStateLeftSane()
 {
-    auto canvas = makeCanvas(160, 120);
-    QVERIFY(canvas);
+    prepareCanvas(160, 120);
     canvas->makeCurrent();
     TestSupport::GlErrorWatcher watcher(canvas->context());
     canvas->doneCurrent();
@@ -508,7 +526,7 @@ void TestPainter::glStateLeftSane()
         gl.glBlendFunc(GL_SRC_ALPHA, GL_ONE);
         painter.setFont(painter.addFont(QFont(), Qt::white));
         painter.drawText(0.0f, 0.0f, 30, "state", 0x14, false);
-        painter.drawLines({-0.5f, -0.5f, 0.5f, 0.5f, 0.5f, -0.5f}, 1, red, true, true, true);
+        painter.drawLines({ -0.5f, -0.5f, 0.5f, 0.5f, 0.5f, -0.5f }, 1, red, true, true, true);
         painter.drawCircle(QPointF(0.0, 0.0), 0.3f, 1, red);
         painter.drawImage(-0.9f, 0.9f, picture, true);
         blend = gl.glIsEnabled(GL_BLEND);
@@ -580,15 +598,15 @@ void TestPainter::logos()
     const QImage image = logo->grab().toImage().convertToFormat(QImage::Format_ARGB32);
     QVERIFY(!logo->isVisible());
 
-    const auto fail = [&](const char* what) {
-        QFAIL(qPrintable(QStringLiteral("%1 (picture: %2)")
-                             .arg(QLatin1String(what))
-                             .arg(TestSupport::saveFailurePicture(image, QStringLiteral("actual")))));
+    const auto describe = [&](const char* what) {
+        return QStringLiteral("%1 (picture: %2)")
+            .arg(QLatin1String(what))
+            .arg(TestSupport::saveFailurePicture(image, QStringLiteral("actual")));
     };
-    for (const QPoint corner : {QPoint(0, 0), QPoint(image.width() - 1, 0), QPoint(0, image.height() - 1),
-                                QPoint(image.width() - 1, image.height() - 1)}) {
+    for (const QPoint corner : { QPoint(0, 0), QPoint(image.width() - 1, 0), QPoint(0, image.height() - 1),
+             QPoint(image.width() - 1, image.height() - 1) }) {
         if (qAlpha(image.pixel(corner)) != 0)
-            fail("corner not transparent");
+            QFAIL(qPrintable(describe("corner not transparent")));
     }
 
     // Fully covered pixels of each colour, and nothing of any other opaque colour.
@@ -607,11 +625,11 @@ void TestPainter::logos()
         }
     }
     if (firstCount < 50)
-        fail("too little of the first colour");
+        QFAIL(qPrintable(describe("too little of the first colour")));
     if (second.isValid() && secondCount < 50)
-        fail("too little of the second colour");
+        QFAIL(qPrintable(describe("too little of the second colour")));
     if (strayCount > 0)
-        fail("opaque pixels of another colour");
+        QFAIL(qPrintable(describe("opaque pixels of another colour")));
 }
 
 int main(int argc, char** argv)

@@ -35,7 +35,7 @@ namespace {
 
 /// Mean intensity over the samples whose fan position satisfies `inside` (fractions of the range).
 double meanWhere(const NereonImage& image, const SonarConfiguration& configuration,
-                 const std::function<bool(double bearing, double r)>& inside)
+    const std::function<bool(double bearing, double r)>& inside)
 {
     const int width = image.getWidth();
     const int height = image.getHeight();
@@ -44,8 +44,8 @@ double meanWhere(const NereonImage& image, const SonarConfiguration& configurati
     for (int row = 0; row < height; ++row) {
         const double r = (row + 1.0) / height;
         for (int beam = 0; beam < width; ++beam) {
-            const double bearing = qDegreesToRadians(-configuration.apertureDegrees / 2.0
-                                                     + configuration.apertureDegrees * beam / (width - 1));
+            const double bearing = qDegreesToRadians(
+                -configuration.apertureDegrees / 2.0 + configuration.apertureDegrees * beam / (width - 1));
             if (inside(bearing, r)) {
                 sum += image.getData()[std::size_t(row) * width + beam];
                 ++count;
@@ -55,8 +55,7 @@ double meanWhere(const NereonImage& image, const SonarConfiguration& configurati
     return count > 0 ? sum / count : -1.0;
 }
 
-template <typename T>
-T* child(QWidget& window, const char* name)
+template <typename T> T* child(QWidget& window, const char* name)
 {
     T* found = window.findChild<T*>(name);
     if (!found)
@@ -166,21 +165,23 @@ void TestViewer::sceneLooksLikeSonar()
         const double echo = mean([&](double b, double r) {
             return std::hypot(r * std::sin(b) - target.x, r * std::cos(b) - target.y) < 0.5 * target.radius;
         });
-        const double echoBeside = mean([&](double b, double r) {
-            return beside(b) && std::abs(r - distance) < 0.5 * target.radius;
-        });
+        const double echoBeside = mean(
+            [&](double b, double r) { return beside(b) && std::abs(r - distance) < 0.5 * target.radius; });
         // Just behind the object for seabed targets, further out for the one in mid-water.
         const double shadowFrom = distance + target.radius + (&target == &targets.back() ? 0.14 : 0.01);
         const double shadowTo = shadowFrom + 0.4 * target.shadowLength * distance;
         const double shadow = mean([&](double b, double r) {
             return std::abs(b - bearing) < 0.5 * halfWidth && r > shadowFrom && r < shadowTo;
         });
-        const double shadowBeside = mean([&](double b, double r) {
-            return beside(b) && r > shadowFrom && r < shadowTo;
-        });
+        const double shadowBeside
+            = mean([&](double b, double r) { return beside(b) && r > shadowFrom && r < shadowTo; });
         const QString where = QString("target at (%1, %2): echo %3 beside %4, shadow %5 beside %6")
-                                  .arg(target.x).arg(target.y).arg(echo).arg(echoBeside)
-                                  .arg(shadow).arg(shadowBeside);
+                                  .arg(target.x)
+                                  .arg(target.y)
+                                  .arg(echo)
+                                  .arg(echoBeside)
+                                  .arg(shadow)
+                                  .arg(shadowBeside);
         QVERIFY2(echo > 1.5 * echoBeside, qPrintable(where));
         QVERIFY2(shadow < 0.5 * shadowBeside, qPrintable(where));
     }
@@ -295,8 +296,8 @@ void TestViewer::settingsRoundTrip()
     look.showRangeLabels = true;
     look.showRangeArcs = false;
     look.showRangeLines = true;
-    look.scale = {1.5f, 0.25f, 1.0f};
-    look.translation = {0.125f, -0.5f, 0.0f};
+    look.scale = { 1.5f, 0.25f, 1.0f };
+    look.translation = { 0.125f, -0.5f, 0.0f };
     look.rotation = 270.0f;
 
     QTemporaryDir folder;
@@ -330,14 +331,14 @@ void TestViewer::unusableSettingsFallBack()
     FanDisplayOptions::DisplaySettings fallback;
     fallback.palette = FanDisplayOptions::Bronze;
     fallback.clearColour = QColor(1, 2, 3);
-    fallback.scale = {2.0f, 3.0f, 1.0f};
+    fallback.scale = { 2.0f, 3.0f, 1.0f };
     fallback.rotation = 45.0f;
 
     QTemporaryDir folder;
     QSettings settings(folder.filePath("bad.ini"), QSettings::IniFormat);
     settings.setValue("palette", 12);
     settings.setValue("clearColour", "not a colour");
-    settings.setValue("scale", QVariantList{1.0, 2.0});
+    settings.setValue("scale", QVariantList { 1.0, 2.0 });
     settings.setValue("rotation", "sideways");
     const auto read = DisplaySettingsStore::read(settings, fallback);
     QCOMPARE(read.palette, FanDisplayOptions::Bronze);
@@ -353,17 +354,18 @@ void TestViewer::commandLine_data()
     QTest::addColumn<int>("palette");
     QTest::addColumn<int>("beams");
     QTest::addColumn<bool>("savedSettings");
-    QTest::newRow("nothing") << QStringList{"viewer"} << true << -1 << 0 << true;
+    QTest::newRow("nothing") << QStringList { "viewer" } << true << -1 << 0 << true;
     QTest::newRow("screenshot starts fresh")
-        << QStringList{"viewer", "--screenshot", "a.png", "--palette", "6", "--beams", "512"} << true << 6
+        << QStringList { "viewer", "--screenshot", "a.png", "--palette", "6", "--beams", "512" } << true << 6
         << 512 << false;
-    QTest::newRow("no settings") << QStringList{"viewer", "--no-settings"} << true << -1 << 0 << false;
-    QTest::newRow("palette 8") << QStringList{"viewer", "--palette", "8"} << false << -1 << 0 << true;
-    QTest::newRow("300 beams") << QStringList{"viewer", "--beams", "300"} << false << -1 << 0 << true;
-    QTest::newRow("tiny window") << QStringList{"viewer", "--size", "100x100"} << false << -1 << 0 << true;
-    QTest::newRow("clamp above half") << QStringList{"viewer", "--clamp", "0.7"} << false << -1 << 0 << true;
-    QTest::newRow("unknown option") << QStringList{"viewer", "--bogus"} << false << -1 << 0 << true;
-    QTest::newRow("stray argument") << QStringList{"viewer", "stray"} << false << -1 << 0 << true;
+    QTest::newRow("no settings") << QStringList { "viewer", "--no-settings" } << true << -1 << 0 << false;
+    QTest::newRow("palette 8") << QStringList { "viewer", "--palette", "8" } << false << -1 << 0 << true;
+    QTest::newRow("300 beams") << QStringList { "viewer", "--beams", "300" } << false << -1 << 0 << true;
+    QTest::newRow("tiny window") << QStringList { "viewer", "--size", "100x100" } << false << -1 << 0 << true;
+    QTest::newRow("clamp above half")
+        << QStringList { "viewer", "--clamp", "0.7" } << false << -1 << 0 << true;
+    QTest::newRow("unknown option") << QStringList { "viewer", "--bogus" } << false << -1 << 0 << true;
+    QTest::newRow("stray argument") << QStringList { "viewer", "stray" } << false << -1 << 0 << true;
 }
 
 void TestViewer::commandLine()
@@ -383,7 +385,7 @@ void TestViewer::lookSurvivesRestart()
 {
     QSettings().clear();
     {
-        MainWindow window(ViewerOptions{});
+        MainWindow window(ViewerOptions {});
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
         TestSupport::keepGlDriverLoaded();
@@ -399,7 +401,7 @@ void TestViewer::lookSurvivesRestart()
         window.close();
     }
 
-    MainWindow window(ViewerOptions{});
+    MainWindow window(ViewerOptions {});
     auto* display = window.findChild<ZoomableFanDisplay*>();
     QVERIFY(display);
     const auto look = display->getCurrentDisplaySettings();
@@ -424,8 +426,8 @@ void TestViewer::statusBarShowsPositionInChosenUnit()
     auto* display = window.findChild<ZoomableFanDisplay*>();
     emit display->newMousePosition(3.048, -1.524, 3.048, -12.34);
     const QString text = child<QLabel>(window, "positionLabel")->text();
-    QVERIFY2(text.contains("10.00 ft") && text.contains("-5.00 ft") && text.contains("-12.3"),
-             qPrintable(text));
+    QVERIFY2(
+        text.contains("10.00 ft") && text.contains("-5.00 ft") && text.contains("-12.3"), qPrintable(text));
 }
 
 int main(int argc, char** argv)

@@ -59,19 +59,20 @@ bool near(double a, double b, double tolerance = 1e-5)
     return std::abs(a - b) <= tolerance;
 }
 
-#define VERIFY_NEAR(actual, expected, tolerance)                                                    \
-    QVERIFY2(near((actual), (expected), (tolerance)),                                               \
-             qPrintable(QStringLiteral("%1 is %2, expected %3")                                     \
-                            .arg(QStringLiteral(#actual))                                           \
-                            .arg(double(actual), 0, 'g', 10)                                        \
-                            .arg(double(expected), 0, 'g', 10)))
+#define VERIFY_NEAR(actual, expected, tolerance)                                                             \
+    QVERIFY2(near((actual), (expected), (tolerance)),                                                        \
+        qPrintable(QStringLiteral("%1 is %2, expected %3")                                                   \
+                       .arg(QStringLiteral(#actual))                                                         \
+                       .arg(double(actual), 0, 'g', 10)                                                      \
+                       .arg(double(expected), 0, 'g', 10)))
 
 /// A fan display fed with one frame, with its magnifier owned here.
 class DisplayUnderTest
 {
 public:
     explicit DisplayUnderTest(std::unique_ptr<FanDisplay> fanDisplay = std::make_unique<FanDisplay>())
-        : display(std::move(fanDisplay)), zoom(display->getZoomDisplay())
+        : display(std::move(fanDisplay))
+        , zoom(display->getZoomDisplay())
     {
         display->setDistanceUnit(&metres);
         display->newImageReceived(TestSupport::uniformFrame(64, 100, 50.0, 160));
@@ -173,7 +174,7 @@ void TestZoom::zoomStepsFollowTableAndKeepCentre()
     QCOMPARE(zoom.getCurrentTranslation().y, -1.0f);
     zoom.pan(0.3f, -0.7f, true);
 
-    const float table[] = {4.0f, 4.5f, 5.0f, 5.5f, 6.0f, 6.5f, 7.0f, 8.0f, 9.0f, 10.0f};
+    const float table[] = { 4.0f, 4.5f, 5.0f, 5.5f, 6.0f, 6.5f, 7.0f, 8.0f, 9.0f, 10.0f };
     auto step = [&](bool in, int index) {
         const QPointF centre = viewCentre(zoom);
         counter.paints = 0;
@@ -259,8 +260,7 @@ void TestZoom::setRotation_data()
     // The tiny x component is rounded away for the direction but kept in the length.
     QTest::newRow("rounding near an axis")
         << QPointF(0.004, -1) << 0.0f << 90.0f << QPointF(std::hypot(0.004, 1.0), 0);
-    QTest::newRow("same angle changes nothing")
-        << QPointF(0.004, -1) << 30.0f << 30.0f << QPointF(0.004, -1);
+    QTest::newRow("same angle changes nothing") << QPointF(0.004, -1) << 30.0f << 30.0f << QPointF(0.004, -1);
     QTest::newRow("back from a half turn") << QPointF(0.25, 0.5) << 180.0f << 0.0f << QPointF(-0.25, -0.5);
 }
 
@@ -394,7 +394,7 @@ void TestZoom::outlineDrawsMagnifiedRegion()
     // Scale 4, translation (0, -1): fan x -0.25 to 0.25, y 0 to 0.5, that is
     // pixels 75 to 125 across and 50 to 100 down on an identity canvas.
     const QImage picture = canvas.grabFramebuffer();
-    const QPoint edges[] = {{75, 75}, {125, 75}, {100, 50}, {100, 100}, {76, 99}, {124, 51}};
+    const QPoint edges[] = { { 75, 75 }, { 125, 75 }, { 100, 50 }, { 100, 100 }, { 76, 99 }, { 124, 51 } };
     for (const QPoint& edge : edges) {
         if (!greenNear(picture, edge))
             QFAIL(qPrintable(QStringLiteral("no outline at (%1, %2): %3")
@@ -465,7 +465,7 @@ void TestZoom::dragMovesRegion()
     const QPointF start(0.1, 0.2);
     outline.beginDrag(start);
     QVERIFY(outline.isBeingDragged());
-    const QPointF path[] = {{0.15, 0.2}, {0.4, -0.1}, {-0.2, 0.35}, {0.2, 0.2}};
+    const QPointF path[] = { { 0.15, 0.2 }, { 0.4, -0.1 }, { -0.2, 0.35 }, { 0.2, 0.2 } };
     for (const QPointF& point : path)
         outline.updateDrag(point);
     // Pointer moved by (0.1, 0) in the display's scaled units; magnifier scale 4.

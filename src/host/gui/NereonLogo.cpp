@@ -47,7 +47,8 @@ QSize NereonLogo::sizeHint() const
 void NereonLogo::paintEvent(QPaintEvent*)
 {
     QPainter painter(this);
-    painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
+    painter.setRenderHints(
+        QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
     renderSvg(painter, QRectF(rect()));
 }
 
@@ -55,7 +56,7 @@ void NereonLogo::rebuildDrawing()
 {
     const QString drawing = QString::fromUtf8(drawingTemplate)
                                 .arg(paintAttributes(QStringLiteral("stroke"), colour),
-                                     paintAttributes(QStringLiteral("fill"), colour));
+                                    paintAttributes(QStringLiteral("fill"), colour));
     setSvgData(drawing.toUtf8());
     update();
 }

@@ -25,7 +25,7 @@ OpenGLWidget::~OpenGLWidget() = default;
 void OpenGLWidget::scale(float x, float y, float z, bool absolute)
 {
     if (absolute) {
-        currentScale = {x, y, z};
+        currentScale = { x, y, z };
     } else {
         currentScale.x *= x;
         currentScale.y *= y;
@@ -37,7 +37,7 @@ void OpenGLWidget::scale(float x, float y, float z, bool absolute)
 void OpenGLWidget::translate(float x, float y, float z, bool absolute)
 {
     if (absolute) {
-        currentTranslation = {x, y, z};
+        currentTranslation = { x, y, z };
     } else {
         currentTranslation.x += x;
         currentTranslation.y += y;
@@ -90,11 +90,11 @@ void OpenGLWidget::initializeGL()
     initialise();
 }
 
-void OpenGLWidget::resizeGL(int, int) {}
+void OpenGLWidget::resizeGL(int, int) { }
 
-void OpenGLWidget::paintGL() {}
+void OpenGLWidget::paintGL() { }
 
-void OpenGLWidget::initialise() {}
+void OpenGLWidget::initialise() { }
 
 OpenGLWidgetPainter& OpenGLWidget::painter()
 {

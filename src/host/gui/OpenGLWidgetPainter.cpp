@@ -48,7 +48,7 @@ public:
         gl.glDisable(GL_BLEND);
         gl.glDisable(GL_SCISSOR_TEST);
         gl.glBlendFuncSeparate(GLenum(blendSourceRgb), GLenum(blendDestinationRgb), GLenum(blendSourceAlpha),
-                               GLenum(blendDestinationAlpha));
+            GLenum(blendDestinationAlpha));
         gl.glClearColor(clearColour[0], clearColour[1], clearColour[2], clearColour[3]);
         if (multisample)
             gl.glEnable(GL_MULTISAMPLE);
@@ -61,7 +61,7 @@ public:
 
 private:
     QOpenGLFunctions& gl;
-    GLfloat clearColour[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+    GLfloat clearColour[4] = { 0.0f, 0.0f, 0.0f, 0.0f };
     GLint blendSourceRgb = GL_ONE;
     GLint blendDestinationRgb = GL_ZERO;
     GLint blendSourceAlpha = GL_ONE;
@@ -116,8 +116,7 @@ public:
     }
 
     /// Runs one QPainter pass over the GL picture, if the widget is painting.
-    template <typename Draw>
-    void paint(Draw&& draw)
+    template <typename Draw> void paint(Draw&& draw)
     {
         // QPainter on a QOpenGLWidget is only meaningful with its context
         // current, i.e. inside paintGL(); elsewhere the call is dropped.
@@ -152,7 +151,7 @@ void OpenGLWidgetPainter::initialise()
 
 int OpenGLWidgetPainter::addFont(const QFont& font, const QColor& colour)
 {
-    d->fonts.push_back({font, colour});
+    d->fonts.push_back({ font, colour });
     return int(d->fonts.size()) - 1;
 }
 
@@ -162,8 +161,8 @@ void OpenGLWidgetPainter::setFont(int font)
         d->selectedFont = font;
 }
 
-void OpenGLWidgetPainter::drawText(float x, float y, int angle, const std::string& text, unsigned char anchor,
-                                   bool screenCoordinates)
+void OpenGLWidgetPainter::drawText(
+    float x, float y, int angle, const std::string& text, unsigned char anchor, bool screenCoordinates)
 {
     if (text.empty())
         return;
@@ -216,8 +215,8 @@ void OpenGLWidgetPainter::drawText(float x, float y, int angle, const std::strin
     });
 }
 
-void OpenGLWidgetPainter::drawLine(float x1, float y1, float x2, float y2, int width, const QColor& colour,
-                                   bool screenCoordinates)
+void OpenGLWidgetPainter::drawLine(
+    float x1, float y1, float x2, float y2, int width, const QColor& colour, bool screenCoordinates)
 {
     const QLineF line(d->toPixels(x1, y1, screenCoordinates), d->toPixels(x2, y2, screenCoordinates));
     d->paint([&](QPainter& painter) {
@@ -227,7 +226,7 @@ void OpenGLWidgetPainter::drawLine(float x1, float y1, float x2, float y2, int w
 }
 
 void OpenGLWidgetPainter::drawLines(const std::vector<float>& vertices, int width, const QColor& colour,
-                                    bool screenCoordinates, bool connected, bool closed)
+    bool screenCoordinates, bool connected, bool closed)
 {
     const std::size_t pointCount = vertices.size() / 2;
     if (pointCount < 2)

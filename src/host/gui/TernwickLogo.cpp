@@ -49,7 +49,8 @@ QSize TernwickLogo::sizeHint() const
 void TernwickLogo::paintEvent(QPaintEvent*)
 {
     QPainter painter(this);
-    painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
+    painter.setRenderHints(
+        QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
     renderSvg(painter, QRectF(rect()));
 }
 
@@ -57,8 +58,8 @@ void TernwickLogo::rebuildDrawing()
 {
     const QString drawing = QString::fromUtf8(drawingTemplate)
                                 .arg(paintAttributes(QStringLiteral("fill"), secondaryColour),
-                                     paintAttributes(QStringLiteral("stroke"), secondaryColour),
-                                     paintAttributes(QStringLiteral("fill"), primaryColour));
+                                    paintAttributes(QStringLiteral("stroke"), secondaryColour),
+                                    paintAttributes(QStringLiteral("fill"), primaryColour));
     setSvgData(drawing.toUtf8());
     update();
 }

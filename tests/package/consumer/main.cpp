@@ -45,8 +45,8 @@ int main(int argc, char* argv[])
     std::vector<std::int16_t> bearings(beams);
     for (int i = 0; i < beams; ++i)
         bearings[i] = static_cast<std::int16_t>(-3000 + 6000 * i / (beams - 1));
-    const Halcyra::Nereon::NereonImage frame(beams, lines, std::vector<std::uint8_t>(beams * lines, 255),
-                                             bearings, 20.0, 1.0);
+    const Halcyra::Nereon::NereonImage frame(
+        beams, lines, std::vector<std::uint8_t>(beams * lines, 255), bearings, 20.0, 1.0);
 
     int result = 1;
     QTimer::singleShot(300, [&] { display.newImageReceived(frame); });
@@ -57,8 +57,8 @@ int main(int argc, char* argv[])
         for (int y = 0; y < picture.height(); ++y)
             for (int x = 0; x < picture.width(); ++x)
                 drawn += (picture.pixel(x, y) & 0xffffff) != (background & 0xffffff);
-        std::printf("package %s: %d of %d pixels drawn over the background\n", NEREON_PACKAGE_VERSION,
-                    drawn, picture.width() * picture.height());
+        std::printf("package %s: %d of %d pixels drawn over the background\n", NEREON_PACKAGE_VERSION, drawn,
+            picture.width() * picture.height());
         result = drawn > picture.width() * picture.height() / 10 ? 0 : 1;
         QCoreApplication::quit();
     });

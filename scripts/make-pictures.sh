@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Makes the README's pictures (docs/images/) with the viewer's screenshot mode
+# under Xvfb. Usage: scripts/make-pictures.sh [build-dir]   (default: build/)
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+build_dir=${1:-"$root/build"}
+viewer="$build_dir/examples/viewer/nereon-viewer"
+out="$root/docs/images"
+mkdir -p "$out"
+
+runtime_dir=$(mktemp -d)
+chmod 700 "$runtime_dir"
+trap 'rm -rf "$runtime_dir"' EXIT
+shoot() {
+    env -u DISPLAY -u WAYLAND_DISPLAY XDG_RUNTIME_DIR="$runtime_dir" DBUS_SESSION_BUS_ADDRESS=disabled: \
+        QT_QPA_PLATFORM=xcb xvfb-run -a -s "-screen 0 1600x1000x24" "$viewer" "$@"
+}
+
+shoot --screenshot "$out/viewer.png" --size 1280x800 --frames 40
+names=(greyscale bronze blue green red-yellow multicolour fire aqua)
+for palette in "${!names[@]}"; do
+    shoot --screenshot "$out/palette-$palette-${names[$palette]}.png" --fan-only \
+        --palette "$palette" --modifier 128 --size 1100x560 --frames 20
+done
+echo "Pictures in $out"
