@@ -123,37 +123,18 @@ NereonImage bandedFrame()
     });
 }
 
-/// Mostly dark water with speckle, a bright seabed arc and a few targets.
+/// Mostly dark water with speckle, a bright seabed arc and a target.
 NereonImage realisticFrame()
 {
     std::mt19937 random(7);
     std::exponential_distribution<double> noise(0.25);
-    std::uniform_int_distribution<int> percent(0, 999);
     return TestSupport::makeFrame(256, 400, 40.0, [&](int beam, int line) {
-        double v = noise(random);
-        if (percent(random) < 4)
-            v += 120.0; // speckle
+        double v = noise(random) + (random() % 250 == 0 ? 120.0 : 0.0);
         const double seabed = 300.0 + 30.0 * std::sin(beam / 40.0);
         v += 200.0 * std::exp(-std::pow((line - seabed) / 6.0, 2.0)) * (0.6 + 0.4 * std::sin(beam * 0.3));
-        if (line > seabed)
-            v += 25.0 * std::exp(-(line - seabed) / 60.0);
         v += 230.0 * std::exp(-(std::pow(beam - 90, 2.0) + std::pow(line - 150, 2.0)) / 30.0);
-        v += 180.0 * std::exp(-(std::pow(beam - 180, 2.0) + std::pow((line - 220) / 3.0, 2.0)) / 20.0);
         return std::uint8_t(std::min(255.0, v));
     });
-}
-
-int maxChannelDifference(const QImage& a, const QImage& b)
-{
-    int worst = 0;
-    for (int y = 0; y < a.height(); ++y)
-        for (int x = 0; x < a.width(); ++x) {
-            const QColor p = a.pixelColor(x, y);
-            const QColor q = b.pixelColor(x, y);
-            worst = std::max({ worst, std::abs(p.red() - q.red()), std::abs(p.green() - q.green()),
-                std::abs(p.blue() - q.blue()) });
-        }
-    return worst;
 }
 
 } // namespace
@@ -315,21 +296,14 @@ void TestEngineDrawing::fanVertexBuffer()
     mirrored[22] = 0.0f;
     mismatch = compareTriangles(readBuffer(), mirrored);
     QVERIFY2(mismatch.isEmpty(), qPrintable(mismatch));
-    // The accessors rebuild stale geometry, which needs the context.
-    widget->makeCurrent();
-    const std::vector<float> lines = engine.getRangeLineVertices();
-    engine.horizontalFlip();
-    QCOMPARE(engine.getRangeLineVertices(), lines);
 
-    // 256 beams: 255 triangles and one of zeros.
+    // The accessors rebuild stale geometry too (with the context current).
     engine.processNewImage(TestSupport::uniformFrame(256, 4, 10.0, 0));
-    QCOMPARE(engine.getRangeArcVertices()[2].size(), std::size_t(512));
-    QVERIFY(!inspect.newGeometry());
+    widget->makeCurrent();
+    QCOMPARE(engine.getRangeLineVertices().size(), std::size_t(20));
     widget->doneCurrent();
-    floats = readBuffer();
-    QCOMPARE(floats.size(), std::size_t(3072));
-    QVERIFY(std::all_of(floats.end() - 12, floats.end(), [](float f) { return f == 0.0f; }));
-    QVERIFY(std::abs(floats[3060 - 12 + 8] - 0.9063f) < 1e-4f); // last rim vertex on the right edge
+    QVERIFY(!inspect.newGeometry());
+    QCOMPARE(readBuffer().size(), std::size_t(3072));
 }
 
 void TestEngineDrawing::paletteColours_data()
@@ -413,10 +387,9 @@ void TestEngineDrawing::despeckle()
     const QImage level0 = grab();
     engine.setDespeckleLevel(1);
     const QImage level1 = grab();
-    const int difference = maxChannelDifference(level0, level1);
-    if (difference > 1)
+    if (level0 != level1)
         TestSupport::saveFailurePicture(level1, QStringLiteral("level1"));
-    QVERIFY2(difference <= 1, qPrintable(QString::number(difference)));
+    QVERIFY(level0 == level1);
 
     // A checkerboard smoothed over 3 x 3 comes out nearly even grey.
     engine.processNewImage(TestSupport::makeFrame(
