@@ -427,8 +427,10 @@ void FanDisplay::paintGL()
         d->brandingColoursChanged = false;
     }
     overlay.drawImage(-0.95f, 0.95f, d->ternwickLogoImage, true);
-    const float nereonLeft
-        = 0.95f - 2.0f * static_cast<float>(d->nereonLogoImage.width()) / static_cast<float>(width());
+    // The grabbed image has devicePixelRatio device pixels per logical pixel.
+    const float nereonWidth = static_cast<float>(d->nereonLogoImage.width())
+                              / static_cast<float>(d->nereonLogoImage.devicePixelRatio());
+    const float nereonLeft = 0.95f - 2.0f * nereonWidth / static_cast<float>(width());
     overlay.drawImage(nereonLeft, 0.95f, d->nereonLogoImage, true);
 }
 

@@ -4,7 +4,6 @@
 #include "TestUnits.h"
 #include "ZoomDisplay.h"
 #include "ZoomableFanDisplay.h"
-#include "gui/OpenGLWidgetPainter.h"
 #include "zoom/ZoomDisplayOutline.h"
 
 #include <QApplication>
@@ -50,15 +49,16 @@ QPointF translationOf(const OpenGLWidget& widget)
     return { widget.getCurrentTranslation().x, widget.getCurrentTranslation().y };
 }
 
-#define VERIFY_NEAR(actual, expected, tolerance)                                                             \
-    QVERIFY2(std::abs(double(actual) - double(expected)) <= (tolerance),                                     \
-        qPrintable(QStringLiteral(#actual " is %1, expected %2")                                             \
-                       .arg(double(actual), 0, 'g', 10)                                                      \
-                       .arg(double(expected))))
+bool near(QPointF a, QPointF b, double tolerance)
+{
+    return std::abs(a.x() - b.x()) <= tolerance && std::abs(a.y() - b.y()) <= tolerance;
+}
 
-#define VERIFY_POINT_NEAR(actual, expected, tolerance)                                                       \
-    VERIFY_NEAR((actual).x(), (expected).x(), tolerance);                                                    \
-    VERIFY_NEAR((actual).y(), (expected).y(), tolerance)
+#define VERIFY_NEAR(actual, expected, tolerance)                                                             \
+    QVERIFY2(near((actual), (expected), (tolerance)),                                                        \
+        qPrintable(QStringLiteral(#actual " is (%1, %2)")                                                    \
+                       .arg((actual).x(), 0, 'g', 9)                                                         \
+                       .arg((actual).y(), 0, 'g', 9)))
 
 /// A fan display showing one frame; it owns its magnifier here, which must go first.
 struct Fixture
@@ -71,34 +71,20 @@ struct Fixture
         display->newImageReceived(TestSupport::uniformFrame(64, 100, 50.0, 160));
     }
     ~Fixture() { delete zoom; }
-    bool show()
+    bool show(QWidget* window)
     {
-        display->resize(300, 200);
-        display->show();
-        const bool exposed = QTest::qWaitForWindowExposed(display.get());
+        window->resize(300, 200);
+        window->show();
+        const bool exposed = QTest::qWaitForWindowExposed(window);
         TestSupport::keepGlDriverLoaded();
         settle();
         return exposed;
     }
+    bool show() { return show(display.get()); }
 
     TestSupport::ScaledUnit metres = TestSupport::metres();
     std::unique_ptr<FanDisplay> display;
     ZoomDisplay* zoom;
-};
-
-/// Draws only the outline, through an identity transform.
-class OutlineCanvas : public OpenGLWidget
-{
-public:
-    ZoomDisplayOutline* outline = nullptr;
-
-protected:
-    void initialise() override { glClearColor(0.0f, 0.0f, 0.0f, 1.0f); }
-    void paintGL() override
-    {
-        glClear(GL_COLOR_BUFFER_BIT);
-        outline->draw(painter());
-    }
 };
 
 } // namespace
@@ -126,7 +112,7 @@ private slots:
             const QPointF translation = translationOf(*f.zoom);
             settle(next == index ? 60 : 0);
             counter.paints = 0;
-            next > index || (next == 9 && index == 9) ? f.zoom->zoomIn() : f.zoom->zoomOut();
+            next > index || next == 9 ? f.zoom->zoomIn() : f.zoom->zoomOut();
             QCOMPARE(f.zoom->getCurrentScale().x, table[next]);
             QCOMPARE(f.zoom->getCurrentScale().y, table[next]);
             if (next == index) { // at an end: nothing at all, not even a repaint
@@ -134,7 +120,7 @@ private slots:
                 settle();
                 QCOMPARE(counter.paints, 0);
             } else {
-                VERIFY_POINT_NEAR(f.zoom->getCurrentProjection().map(centre), QPointF(), 1e-5);
+                VERIFY_NEAR(f.zoom->getCurrentProjection().map(centre), QPointF(), 1e-5);
                 QTRY_VERIFY(counter.paints > 0);
             }
             index = next;
@@ -175,72 +161,57 @@ private slots:
         QCOMPARE(f.zoom->getCurrentRotation(), to);
         if (from == to)
             QCOMPARE(translationOf(*f.zoom), turned); // exactly untouched
-        VERIFY_POINT_NEAR(translationOf(*f.zoom), turned, 1e-6);
-        // The magnified region stays (up to the rounding of the direction).
-        VERIFY_POINT_NEAR(viewCentre(*f.zoom), centre, 2e-3);
+        VERIFY_NEAR(translationOf(*f.zoom), turned, 1e-6);
+        VERIFY_NEAR(viewCentre(*f.zoom), centre, 2e-3); // the region stays, up to the rounding
 
         f.zoom->reset();
         QCOMPARE(f.zoom->getCurrentRotation(), to);
         QCOMPARE(f.zoom->getCurrentScale().x, 4.0f);
-        VERIFY_POINT_NEAR(translationOf(*f.zoom), afterReset, 1e-6);
+        VERIFY_NEAR(translationOf(*f.zoom), afterReset, 1e-6);
         f.zoom->zoomIn(); // level 0 again
         QCOMPARE(f.zoom->getCurrentScale().y, 4.5f);
     }
 
-    void magnifierDrawsSharedFanAndResizes()
+    void magnifierDrawsSharedFanWithOutline()
     {
-        Fixture f;
-        // One window, so that the two GL contexts share the engine's objects.
+        // One window, so that the two GL contexts share the engine's objects; the
+        // fixture goes first and takes the display and magnifier out of it.
         QWidget window;
+        Fixture f;
         f.display->setParent(&window);
         f.zoom->setParent(&window);
         f.display->setGeometry(0, 0, 300, 200);
         f.zoom->setGeometry(300, 0, 200, 200);
-        window.resize(700, 200);
-        window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
-        settle();
+        QVERIFY(f.show(&window));
 
         // Apex at the bottom centre; the bottom corners lie 90 degrees off the centre line.
-        QImage picture = f.zoom->grabFramebuffer();
-        NEREON_VERIFY_PIXEL(picture, QPoint(3, 196), QColor(77, 77, 77), 3);
-        QVERIFY2(!TestSupport::pixelMatches(picture, QPoint(100, 100), QColor(77, 77, 77), 10),
-            qPrintable(TestSupport::saveFailurePicture(picture, QStringLiteral("no-fan"))));
+        const QImage magnified = f.zoom->grabFramebuffer();
+        NEREON_VERIFY_PIXEL(magnified, QPoint(3, 196), QColor(77, 77, 77), 3);
+        QVERIFY2(!TestSupport::pixelMatches(magnified, QPoint(100, 100), QColor(77, 77, 77), 10),
+            qPrintable(TestSupport::saveFailurePicture(magnified, QStringLiteral("no-fan"))));
         f.zoom->setClearColour(Qt::blue);
         NEREON_VERIFY_PIXEL(f.zoom->grabFramebuffer(), QPoint(3, 196), QColor(Qt::blue), 3);
 
-        // The first resize (from no size) kept the scale; later ones keep one fan unit's pixel size.
+        // On the fan display the region, fan x -0.25 to 0.25 and y 0 to 0.5, is outlined in green.
+        const QImage fan = f.display->grabFramebuffer();
+        const QMatrix4x4& toClip = f.display->getCurrentProjection();
+        for (const QPointF& edge :
+            { QPointF(-0.25, 0.25), QPointF(0.25, 0.25), QPointF(0, 0.5), QPointF(0, 0) }) {
+            const QPointF clip = toClip.map(edge);
+            const QPoint pixel((clip.x() + 1) * 150, (1 - clip.y()) * 100);
+            bool green = false;
+            for (int i = 0; i < 9; ++i) {
+                const QColor c = fan.pixelColor(pixel + QPoint(i % 3 - 1, i / 3 - 1));
+                green = green || (c.green() - c.red() > 80 && c.blue() < 60); // not the fan's yellow-green
+            }
+            QVERIFY2(green, qPrintable(TestSupport::saveFailurePicture(fan, QStringLiteral("outline"))));
+        }
+
+        // The first resize (from no size) kept the scale; later ones keep a fan unit's pixel size.
         QCOMPARE(f.zoom->getCurrentScale().x, 4.0f);
         f.zoom->resize(400, 200);
         QCOMPARE(f.zoom->getCurrentScale().x, 2.0f);
         QCOMPARE(f.zoom->getCurrentScale().y, 4.0f);
-        f.zoom->setParent(nullptr);
-        f.display->setParent(nullptr);
-    }
-
-    void outlineDraw()
-    {
-        Fixture f;
-        ZoomDisplayOutline outline(f.zoom);
-        OutlineCanvas canvas;
-        canvas.outline = &outline;
-        canvas.resize(200, 200);
-        canvas.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&canvas));
-
-        // Fan x -0.25 to 0.25, y 0 to 0.5: pixels 75 to 125 across, 50 to 100 down.
-        const QImage picture = canvas.grabFramebuffer();
-        for (const QPoint& edge : { QPoint(75, 75), QPoint(125, 75), QPoint(100, 50), QPoint(100, 100) }) {
-            bool green = false;
-            for (int d = -1; d <= 1; ++d) {
-                const QColor c
-                    = picture.pixelColor(edge + QPoint(d * (edge.y() == 75), d * (edge.y() != 75)));
-                green = green || (c.green() > 50 && c.red() < 20 && c.blue() < 20);
-            }
-            QVERIFY2(green, qPrintable(TestSupport::saveFailurePicture(picture, QStringLiteral("outline"))));
-        }
-        QCOMPARE(TestSupport::countPixelsDiffering(picture, QRect(78, 53, 44, 44), Qt::black, 10), 0);
-        QCOMPARE(TestSupport::countPixelsDiffering(picture, QRect(0, 104, 200, 96), Qt::black, 10), 0);
     }
 
     void outlineBand_data()
@@ -255,7 +226,6 @@ private slots:
         QTest::newRow("beyond outer edge") << QPointF(-outer - 1e-4, 0.3) << false;
         QTest::newRow("inner edge") << QPointF(0.2, inner) << false;
         QTest::newRow("outside inner edge") << QPointF(0.2, inner + 1e-4) << true;
-        QTest::newRow("outer corner") << QPointF(outer, -outer) << true;
     }
 
     void outlineBand()
@@ -264,9 +234,8 @@ private slots:
         QFETCH(bool, inside);
         Fixture f;
         ZoomDisplayOutline outline(f.zoom);
-        QMatrix4x4 identity;
-        QCOMPARE(outline.pointIsWithinBounds(f.zoom->getCurrentProjection().inverted().map(clip), identity),
-            inside);
+        QCOMPARE(
+            outline.pointIsWithinBounds(f.zoom->getCurrentProjection().inverted().map(clip), {}), inside);
 
         // A fitted, turned fan display; the magnifier turns with it.
         f.zoom->setRotation(90.0f);
@@ -284,7 +253,6 @@ private slots:
         QVERIFY(f.show());
         ZoomDisplayOutline outline(f.zoom);
         PaintCounter counter(*f.display);
-
         outline.updateDrag(QPointF(0.3, 0.3)); // no drag begun
         settle();
         QCOMPARE(translationOf(*f.zoom), QPointF(0, -1));
@@ -292,23 +260,20 @@ private slots:
 
         const QPointF start(0.1, 0.2);
         outline.beginDrag(start);
-        for (const QPointF& p :
-            { QPointF(0.15, 0.2), QPointF(0.4, -0.1), QPointF(-0.2, 0.35), QPointF(0.2, 0.2) })
+        for (const QPointF& p : { QPointF(0.15, 0.2), QPointF(0.4, -0.1), QPointF(0.2, 0.2) })
             outline.updateDrag(p);
         // Pointer moved (0.1, 0) in the display's scaled units; magnifier scale 4.
-        VERIFY_POINT_NEAR(translationOf(*f.zoom), QPointF(-0.4, -1), 1e-6);
+        VERIFY_NEAR(translationOf(*f.zoom), QPointF(-0.4, -1), 1e-6);
         QTRY_VERIFY(counter.paints > 0);
         outline.updateDrag(start);
-        VERIFY_POINT_NEAR(translationOf(*f.zoom), QPointF(0, -1), 1e-6);
+        VERIFY_NEAR(translationOf(*f.zoom), QPointF(0, -1), 1e-6);
 
         outline.endDrag();
-        QVERIFY(!outline.isBeingDragged());
         settle();
         counter.paints = 0;
-        const QPointF translation = translationOf(*f.zoom);
         outline.updateDrag(QPointF(0.5, 0.5));
         settle();
-        QCOMPARE(translationOf(*f.zoom), translation);
+        VERIFY_NEAR(translationOf(*f.zoom), QPointF(0, -1), 1e-6);
         QCOMPARE(counter.paints, 0);
     }
 
@@ -321,16 +286,15 @@ private slots:
         QVERIFY(f.show());
         QCOMPARE(zoomable->getZoomLevel(), 1.0f);
         QCOMPARE(zoomable->getCurrentScale().x, plain.display->getCurrentScale().x);
-        VERIFY_POINT_NEAR(translationOf(*zoomable), translationOf(*plain.display), 1e-6);
+        VERIFY_NEAR(translationOf(*zoomable), translationOf(*plain.display), 1e-6);
 
         zoomable->translate(0.2f, -0.3f, 0.0f, false); // off-centre, so keeping the centre is not free
         const float scaleX = zoomable->getCurrentScale().x;
         const QPointF centre = viewCentre(*zoomable);
         PaintCounter counter(*zoomable);
         zoomable->setZoomLevel(2.0f, false);
-        QCOMPARE(zoomable->getZoomLevel(), 2.0f);
         QCOMPARE(zoomable->getCurrentScale().x, 2.0f * scaleX);
-        VERIFY_POINT_NEAR(zoomable->getCurrentProjection().map(centre), QPointF(), 1e-5);
+        VERIFY_NEAR(zoomable->getCurrentProjection().map(centre), QPointF(), 1e-5);
         QTRY_VERIFY(counter.paints > 0);
 
         zoomable->resize(400, 300);
@@ -338,7 +302,7 @@ private slots:
         settle();
         QCOMPARE(zoomable->getCurrentScale().x, 2.0f * plain.display->getCurrentScale().x);
         QCOMPARE(zoomable->getCurrentScale().y, 2.0f * plain.display->getCurrentScale().y);
-        VERIFY_POINT_NEAR(viewCentre(*zoomable), viewCentre(*plain.display), 1e-5);
+        VERIFY_NEAR(viewCentre(*zoomable), viewCentre(*plain.display), 1e-5);
     }
 
     void animation_data()
@@ -370,8 +334,7 @@ private slots:
         QCOMPARE(zoomable->getZoomLevel(), to);
         QCOMPARE(zoomable->getCurrentScale().x, fitted * from); // nothing moves before the first tick
 
-        // Every level the view passes through, one a tick.
-        std::vector<double> levels;
+        std::vector<double> levels; // every level the view passes through
         double last = from;
         while (clock.elapsed() < 1000 && std::abs(last - to) > 1e-3) {
             QTest::qWait(2);
@@ -388,7 +351,7 @@ private slots:
         } else {
             QCOMPARE(int(levels.size()), from == to ? 0 : 10);
             for (std::size_t tick = 0; tick < levels.size(); ++tick)
-                VERIFY_NEAR(levels[tick], from + (to - from) * (tick + 1) / 10.0, 1e-4);
+                QVERIFY(std::abs(levels[tick] - (from + (to - from) * (tick + 1) / 10.0)) < 1e-4);
             QVERIFY2(levels.empty() || clock.elapsed() >= 250, qPrintable(QString::number(clock.elapsed())));
         }
 

@@ -71,8 +71,7 @@ private:
 
 QPen makePen(int width, const QColor& colour)
 {
-    QPen pen(colour, width, Qt::SolidLine, Qt::SquareCap, Qt::MiterJoin);
-    return pen;
+    return QPen(colour, width, Qt::SolidLine, Qt::SquareCap, Qt::MiterJoin);
 }
 
 } // namespace
