@@ -16,7 +16,7 @@ if [ "${NEREON_SKIP_SANITIZERS:-0}" != 1 ]; then
     echo "== Build and test with AddressSanitizer and UndefinedBehaviorSanitizer =="
     "$root/scripts/build.sh" "$root/build-sanitize" -DNEREON_SANITIZE=ON \
         -DNEREON_BUILD_BENCHMARKS=OFF -DNEREON_BUILD_EXAMPLES=OFF
-    export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:strict_string_checks=1
+    export ASAN_OPTIONS=detect_leaks=1
     export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
     (cd "$root/build-sanitize" && ctest --output-on-failure --parallel "$jobs")
 fi

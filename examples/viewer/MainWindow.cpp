@@ -69,6 +69,8 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
     display->setDistanceUnit(distanceUnits[0]);
     display->setAreaUnit(areaUnits[0]);
     display->setClampLevel(static_cast<float>(defaultClampLevel));
+    // Position reports while merely hovering need tracking on.
+    display->setMouseTracking(true);
     display->installEventFilter(this);
     setCentralWidget(display);
 
