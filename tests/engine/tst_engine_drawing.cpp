@@ -19,6 +19,8 @@
 using namespace Halcyra::Nereon::Visualisation;
 using Halcyra::GUI::Widgets::Bases::OpenGLWidget;
 using Halcyra::Nereon::NereonImage;
+using TestSupport::makeFrame;
+using TestSupport::uniformFrame;
 namespace Options = FanDisplayOptions;
 
 Q_DECLARE_METATYPE(Options::Palette)
@@ -39,7 +41,6 @@ public:
         resize(widgetSize, widgetSize);
         translate(0.0f, apexOffset, 0.0f, true);
     }
-
     ~FanTestWidget() override
     {
         makeCurrent();
@@ -57,7 +58,6 @@ protected:
         engine.initPalettes();
         engine.initIntensities(1, 1, { 0 });
     }
-
     void paintGL() override
     {
         glClearColor(clearColour.redF(), clearColour.greenF(), clearColour.blueF(), 1.0f);
@@ -69,8 +69,7 @@ protected:
 /// Pixel of the widget at a point in fan coordinates.
 QPoint pixelAt(double x, double y)
 {
-    const double clipY = y + double(apexOffset);
-    return QPoint(int((x + 1.0) / 2.0 * widgetSize), int((1.0 - clipY) / 2.0 * widgetSize));
+    return QPoint(int((x + 1.0) / 2.0 * widgetSize), int((1.0 - y - double(apexOffset)) / 2.0 * widgetSize));
 }
 
 QPoint pixelAtPolar(double degrees, double radius)
@@ -85,14 +84,11 @@ std::vector<std::uint8_t> readTexture(GLuint texture, int width, int height, GLe
     using GetTexImage = void(QOPENGLF_APIENTRYP)(GLenum, GLint, GLenum, GLenum, void*);
     QOpenGLContext* context = QOpenGLContext::currentContext();
     const auto getTexImage = reinterpret_cast<GetTexImage>(context->getProcAddress("glGetTexImage"));
-    QOpenGLFunctions* gl = context->functions();
-
-    const std::size_t channels = format == GL_RED ? 1 : 4;
-    std::vector<std::uint8_t> texels(std::size_t(width) * std::size_t(height) * channels);
-    gl->glPixelStorei(GL_PACK_ALIGNMENT, 1);
-    gl->glBindTexture(GL_TEXTURE_2D, texture);
+    std::vector<std::uint8_t> texels(std::size_t(width * height * (format == GL_RED ? 1 : 4)));
+    context->functions()->glPixelStorei(GL_PACK_ALIGNMENT, 1);
+    context->functions()->glBindTexture(GL_TEXTURE_2D, texture);
     getTexImage(GL_TEXTURE_2D, 0, format, GL_UNSIGNED_BYTE, texels.data());
-    gl->glBindTexture(GL_TEXTURE_2D, 0);
+    context->functions()->glBindTexture(GL_TEXTURE_2D, 0);
     return texels;
 }
 
@@ -100,27 +96,22 @@ std::vector<std::uint8_t> readTexture(GLuint texture, int width, int height, GLe
 QColor paletteColourAt(Palettes::AbstractPalette* palette, float s, float t)
 {
     const int width = palette->width();
-    const int height = palette->height();
-    const std::vector<std::uint8_t> texels = readTexture(palette->textureId(), width, height, GL_RGBA);
-    const int row = std::min(height - 1, int(t * float(height)));
+    const std::vector<std::uint8_t> texels
+        = readTexture(palette->textureId(), width, palette->height(), GL_RGBA);
+    const int row = std::min(palette->height() - 1, int(t * float(palette->height())));
     const float u = std::clamp(s * float(width) - 0.5f, 0.0f, float(width - 1));
-    const int i0 = int(u);
-    const int i1 = std::min(i0 + 1, width - 1);
-    const float f = u - float(i0);
+    const int i0 = int(u), i1 = std::min(i0 + 1, width - 1);
     const auto channel = [&](int c) {
         const float a = texels[std::size_t((row * width + i0) * 4 + c)];
-        const float b = texels[std::size_t((row * width + i1) * 4 + c)];
-        return int(std::lround(a + (b - a) * f));
+        return int(std::lround(a + (texels[std::size_t((row * width + i1) * 4 + c)] - a) * (u - float(i0))));
     };
     return QColor(channel(0), channel(1), channel(2));
 }
 
-/// A frame in three bands along the range: 0 near, 128 in the middle, 255 far.
-NereonImage bandedFrame()
+NereonImage randomFrame(int beams, int lines, std::uint32_t seed)
 {
-    return TestSupport::makeFrame(256, 90, 30.0, [](int, int line) {
-        return std::uint8_t(line < 30 ? 0 : line < 60 ? 128 : 255);
-    });
+    std::mt19937 random(seed);
+    return makeFrame(beams, lines, 20.0, [&](int, int) { return std::uint8_t(random() & 0xff); });
 }
 
 /// Mostly dark water with speckle, a bright seabed arc and a target.
@@ -128,7 +119,7 @@ NereonImage realisticFrame()
 {
     std::mt19937 random(7);
     std::exponential_distribution<double> noise(0.25);
-    return TestSupport::makeFrame(256, 400, 40.0, [&](int beam, int line) {
+    return makeFrame(256, 400, 40.0, [&](int beam, int line) {
         double v = noise(random) + (random() % 250 == 0 ? 120.0 : 0.0);
         const double seabed = 300.0 + 30.0 * std::sin(beam / 40.0);
         v += 200.0 * std::exp(-std::pow((line - seabed) / 6.0, 2.0)) * (0.6 + 0.4 * std::sin(beam * 0.3));
@@ -143,353 +134,283 @@ class TestEngineDrawing : public QObject
 {
     Q_OBJECT
 
-private slots:
-    void initTestCase();
-    void init();
-    void intensityTextureMatchesFrame_data();
-    void intensityTextureMatchesFrame();
-    void onlyLastFrameIsUploaded();
-    void fanVertexBuffer();
-    void paletteColours_data();
-    void paletteColours();
-    void mirroredFanSwapsSides();
-    void despeckle();
-    void paintRaisesNoGlError();
-    void realisticPicture();
-    void destroyReleasesGlObjects();
-    void cleanupTestCase();
+    std::unique_ptr<FanTestWidget> widget;
+    FanGeometryEngine* engine = nullptr;
+    std::unique_ptr<FanGeometryEngineInspector> inspect;
 
-private:
     QImage grab() { return widget->grabFramebuffer(); }
 
-    std::unique_ptr<FanTestWidget> widget;
-};
-
-void TestEngineDrawing::initTestCase()
-{
-    widget = std::make_unique<FanTestWidget>();
-    widget->show();
-    QVERIFY(QTest::qWaitForWindowExposed(widget.get()));
-    TestSupport::keepGlDriverLoaded();
-    QVERIFY2(widget->shadersBuilt, "the fan image shaders did not compile or link");
-}
-
-void TestEngineDrawing::init()
-{
-    FanGeometryEngine& engine = widget->engine;
-    FanGeometryEngineInspector inspect(engine);
-    engine.setPalette(Options::Greyscale);
-    engine.setDespeckleLevel(0);
-    if (inspect.flipped())
-        engine.horizontalFlip();
-    inspect.lowerThreshold() = 0.0f;
-    inspect.upperThreshold() = 1.0f;
-}
-
-void TestEngineDrawing::intensityTextureMatchesFrame_data()
-{
-    QTest::addColumn<int>("beams");
-    QTest::addColumn<int>("lines");
-
-    QTest::newRow("256 x 64") << 256 << 64;
-    QTest::newRow("13 beams, rows not 4-aligned") << 13 << 7;
-    QTest::newRow("3 x 1") << 3 << 1;
-}
-
-void TestEngineDrawing::intensityTextureMatchesFrame()
-{
-    QFETCH(int, beams);
-    QFETCH(int, lines);
-
-    std::mt19937 random(std::uint32_t(beams * lines));
-    std::uniform_int_distribution<int> byte(0, 255);
-    const NereonImage frame
-        = TestSupport::makeFrame(beams, lines, 20.0, [&](int, int) { return std::uint8_t(byte(random)); });
-
-    FanGeometryEngineInspector inspect(widget->engine);
-    widget->engine.processNewImage(frame);
-    grab();
-    QVERIFY(!inspect.newImage());
-
-    widget->makeCurrent();
-    QOpenGLFunctions* gl = QOpenGLContext::currentContext()->functions();
-    QOpenGLTexture* texture = inspect.intensities();
-    QCOMPARE(texture->width(), beams);
-    QCOMPARE(texture->height(), lines);
-    QCOMPARE(texture->format(), QOpenGLTexture::R8_UNorm);
-    const std::vector<std::uint8_t> texels = readTexture(texture->textureId(), beams, lines, GL_RED);
-    QVERIFY(texels == frame.getData());
-
-    // The upload restores whatever unpack alignment the caller had.
-    gl->glPixelStorei(GL_UNPACK_ALIGNMENT, 2);
-    widget->engine.initIntensities(std::uint16_t(beams), std::uint16_t(lines), frame.getData());
-    GLint alignment = 0;
-    gl->glGetIntegerv(GL_UNPACK_ALIGNMENT, &alignment);
-    QCOMPARE(alignment, 2);
-    gl->glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
-    widget->doneCurrent();
-}
-
-void TestEngineDrawing::onlyLastFrameIsUploaded()
-{
-    FanGeometryEngineInspector inspect(widget->engine);
-    grab();
-    const GLuint before = inspect.intensities()->textureId();
-
-    for (std::uint8_t value : { 10, 20, 30 })
-        widget->engine.processNewImage(TestSupport::uniformFrame(64, 16, 20.0, value));
-    grab();
-    const GLuint uploaded = inspect.intensities()->textureId();
-    QVERIFY(uploaded != before); // a new texture name for the new frame
-
-    widget->makeCurrent();
-    const std::vector<std::uint8_t> texels = readTexture(uploaded, 64, 16, GL_RED);
-    widget->doneCurrent();
-    QVERIFY(std::all_of(texels.begin(), texels.end(), [](std::uint8_t v) { return v == 30; }));
-
-    // A repaint without a new frame uploads nothing.
-    grab();
-    QCOMPARE(inspect.intensities()->textureId(), uploaded);
-}
-
-void TestEngineDrawing::fanVertexBuffer()
-{
-    FanGeometryEngine& engine = widget->engine;
-    FanGeometryEngineInspector inspect(engine);
-
-    const auto readBuffer = [&] {
-        widget->makeCurrent();
-        QOpenGLBuffer& buffer = inspect.fanVertexBuffer();
-        buffer.bind();
-        std::vector<float> floats(std::size_t(buffer.size()) / sizeof(float));
-        buffer.read(0, floats.data(), buffer.size());
-        buffer.release();
-        widget->doneCurrent();
-        return floats;
-    };
-    const auto compareTriangles = [](const std::vector<float>& actual, const std::vector<float>& expected) {
-        for (std::size_t i = 0; i < expected.size(); ++i) {
-            if (std::abs(actual[i] - expected[i]) > 1e-4f)
-                return QStringLiteral("float %1 is %2, expected %3").arg(i).arg(actual[i]).arg(expected[i]);
-        }
-        return QString();
-    };
-
-    engine.processNewImage(TestSupport::uniformFrame(3, 4, 10.0, 0, -6500, 6500));
-    grab();
-    std::vector<float> floats = readBuffer();
-    QCOMPARE(floats.size(), std::size_t(36));
-    const std::vector<float> plain = { 0, 0, 0, 0, -0.9063f, 0.4226f, 0, 1, 0, 1, 0.5f, 1, // triangle 0
-        0, 0, 0.5f, 0, 0, 1, 0.5f, 1, 0.9063f, 0.4226f, 1, 1, // triangle 1
-        0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0 }; // never drawn
-    QString mismatch = compareTriangles(floats, plain);
-    QVERIFY2(mismatch.isEmpty(), qPrintable(mismatch));
-
-    // The mirror changes only the s coordinates.
-    engine.horizontalFlip();
-    grab();
-    std::vector<float> mirrored = plain;
-    for (std::size_t i : { 2, 6 })
-        mirrored[i] = 1.0f;
-    for (std::size_t i : { 10, 14, 18 })
-        mirrored[i] = 0.5f;
-    mirrored[22] = 0.0f;
-    mismatch = compareTriangles(readBuffer(), mirrored);
-    QVERIFY2(mismatch.isEmpty(), qPrintable(mismatch));
-
-    // The accessors rebuild stale geometry too (with the context current).
-    engine.processNewImage(TestSupport::uniformFrame(256, 4, 10.0, 0));
-    widget->makeCurrent();
-    QCOMPARE(engine.getRangeLineVertices().size(), std::size_t(20));
-    widget->doneCurrent();
-    QVERIFY(!inspect.newGeometry());
-    QCOMPARE(readBuffer().size(), std::size_t(3072));
-}
-
-void TestEngineDrawing::paletteColours_data()
-{
-    QTest::addColumn<Options::Palette>("palette");
-    QTest::addColumn<int>("modifier");
-
-    QTest::newRow("Greyscale") << Options::Greyscale << 0;
-    QTest::newRow("Blue") << Options::Blue << 0;
-    QTest::newRow("Multicolour") << Options::Multicolour << 0;
-    QTest::newRow("Fire 128") << Options::Fire << 128;
-    QTest::newRow("Aqua 128") << Options::Aqua << 128;
-    QTest::newRow("Aqua 0") << Options::Aqua << 0;
-}
-
-void TestEngineDrawing::paletteColours()
-{
-    QFETCH(Options::Palette, palette);
-    QFETCH(int, modifier);
-
-    FanGeometryEngine& engine = widget->engine;
-    FanGeometryEngineInspector inspect(engine);
-    engine.setPalette(palette);
-    engine.setPaletteModifier(std::uint8_t(modifier));
-    engine.processNewImage(bandedFrame());
-    inspect.lowerThreshold() = 0.25f;
-    inspect.upperThreshold() = 0.75f;
-    const QImage picture = grab();
-
-    Palettes::AbstractPalette* table = palette == Options::Fire ? inspect.firePalette()
-        : palette == Options::Aqua                              ? inspect.aquaPalette()
-                                                                : inspect.standardPalettes();
-    widget->makeCurrent();
-    // Bytes 0 and 255 are held at the thresholds; 128 shows its own entry.
-    const QColor nearBand = paletteColourAt(table, 0.25f, inspect.chosenPalette());
-    const QColor middleBand = paletteColourAt(table, 128.0f / 255.0f, inspect.chosenPalette());
-    const QColor farBand = paletteColourAt(table, 0.75f, inspect.chosenPalette());
-    widget->doneCurrent();
-
-    for (double angle : { 60.0, 90.0, 130.0 }) {
-        NEREON_VERIFY_PIXEL(picture, pixelAtPolar(angle, 1.0 / 6.0), nearBand, 3);
-        NEREON_VERIFY_PIXEL(picture, pixelAtPolar(angle, 0.5), middleBand, 3);
-        NEREON_VERIFY_PIXEL(picture, pixelAtPolar(angle, 5.0 / 6.0), farBand, 3);
+private slots:
+    void initTestCase()
+    {
+        widget = std::make_unique<FanTestWidget>();
+        widget->show();
+        QVERIFY(QTest::qWaitForWindowExposed(widget.get()));
+        TestSupport::keepGlDriverLoaded();
+        QVERIFY2(widget->shadersBuilt, "the fan image shaders did not compile or link");
+        engine = &widget->engine;
+        inspect = std::make_unique<FanGeometryEngineInspector>(*engine);
     }
-    // Outside the fan: beside it, beyond the rim, behind the apex.
-    NEREON_VERIFY_PIXEL(picture, pixelAtPolar(10.0, 0.5), clearColour, 0);
-    NEREON_VERIFY_PIXEL(picture, pixelAtPolar(90.0, 1.05), clearColour, 0);
-    NEREON_VERIFY_PIXEL(picture, pixelAt(0.0, -0.05), clearColour, 0);
-}
 
-void TestEngineDrawing::mirroredFanSwapsSides()
-{
-    FanGeometryEngine& engine = widget->engine;
-    // The first beams are the leftmost.
-    engine.processNewImage(TestSupport::makeFrame(
-        256, 32, 10.0, [](int beam, int) { return std::uint8_t(beam < 128 ? 40 : 220); }));
-    const QPoint left = pixelAtPolar(125.0, 0.6);
-    const QPoint right = pixelAtPolar(55.0, 0.6);
+    void init()
+    {
+        engine->setPalette(Options::Greyscale);
+        engine->setDespeckleLevel(0);
+        if (inspect->flipped())
+            engine->horizontalFlip();
+        inspect->lowerThreshold() = 0.0f;
+        inspect->upperThreshold() = 1.0f;
+    }
 
-    const QImage plain = grab();
-    const QColor leftColour = plain.pixelColor(left);
-    const QColor rightColour = plain.pixelColor(right);
-    QVERIFY(std::abs(leftColour.red() - rightColour.red()) > 100);
-    QVERIFY(leftColour.red() < rightColour.red());
+    void cleanupTestCase()
+    {
+        inspect.reset();
+        widget.reset();
+    }
 
-    engine.horizontalFlip();
-    const QImage mirrored = grab();
-    NEREON_VERIFY_PIXEL(mirrored, left, rightColour, 1);
-    NEREON_VERIFY_PIXEL(mirrored, right, leftColour, 1);
-}
+    void intensityTextureMatchesFrame_data()
+    {
+        QTest::addColumn<int>("beams");
+        QTest::addColumn<int>("lines");
+        QTest::newRow("256 x 64") << 256 << 64;
+        QTest::newRow("13 beams, rows not 4-aligned") << 13 << 7;
+    }
+    void intensityTextureMatchesFrame()
+    {
+        QFETCH(int, beams);
+        QFETCH(int, lines);
+        const NereonImage frame = randomFrame(beams, lines, std::uint32_t(beams));
+        engine->processNewImage(frame);
+        grab();
+        QVERIFY(!inspect->newImage());
 
-void TestEngineDrawing::despeckle()
-{
-    FanGeometryEngine& engine = widget->engine;
-    std::mt19937 random(3);
-    std::uniform_int_distribution<int> byte(0, 255);
-    engine.processNewImage(
-        TestSupport::makeFrame(32, 32, 10.0, [&](int, int) { return std::uint8_t(byte(random)); }));
+        widget->makeCurrent();
+        QOpenGLTexture* texture = inspect->intensities();
+        QVERIFY(texture->width() == beams && texture->height() == lines);
+        QCOMPARE(texture->format(), QOpenGLTexture::R8_UNorm);
+        QVERIFY(readTexture(texture->textureId(), beams, lines, GL_RED) == frame.getData());
 
-    // One tap through the kernel is the unsmoothed picture.
-    const QImage level0 = grab();
-    engine.setDespeckleLevel(1);
-    const QImage level1 = grab();
-    if (level0 != level1)
-        TestSupport::saveFailurePicture(level1, QStringLiteral("level1"));
-    QVERIFY(level0 == level1);
+        // The upload restores whatever unpack alignment the caller had.
+        QOpenGLFunctions* gl = widget->context()->functions();
+        gl->glPixelStorei(GL_UNPACK_ALIGNMENT, 2);
+        engine->initIntensities(std::uint16_t(beams), std::uint16_t(lines), frame.getData());
+        GLint alignment = 0;
+        gl->glGetIntegerv(GL_UNPACK_ALIGNMENT, &alignment);
+        gl->glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+        widget->doneCurrent();
+        QCOMPARE(alignment, 2);
+    }
 
-    // A checkerboard smoothed over 3 x 3 comes out nearly even grey.
-    engine.processNewImage(TestSupport::makeFrame(
-        32, 32, 10.0, [](int beam, int line) { return std::uint8_t((beam + line) % 2 ? 255 : 0); }));
-    const QRect box(pixelAt(-0.15, 0.65), pixelAt(0.15, 0.35));
-    const auto spread = [&box](const QImage& picture) {
-        int low = 255;
-        int high = 0;
-        for (int y = box.top(); y <= box.bottom(); ++y)
-            for (int x = box.left(); x <= box.right(); ++x) {
-                low = std::min(low, picture.pixelColor(x, y).red());
-                high = std::max(high, picture.pixelColor(x, y).red());
-            }
-        return std::make_pair(low, high);
-    };
-    engine.setDespeckleLevel(0);
-    const auto [rawLow, rawHigh] = spread(grab());
-    QVERIFY2(rawHigh - rawLow > 150, qPrintable(QStringLiteral("%1..%2").arg(rawLow).arg(rawHigh)));
+    void onlyLastFrameIsUploaded()
+    {
+        grab();
+        const GLuint before = inspect->intensities()->textureId();
+        for (std::uint8_t value : { 10, 20, 30 })
+            engine->processNewImage(uniformFrame(64, 16, 20.0, value));
+        grab();
+        const GLuint uploaded = inspect->intensities()->textureId();
+        QVERIFY(uploaded != before);
 
-    engine.setDespeckleLevel(3);
-    const QImage smoothed = grab();
-    const auto [low, high] = spread(smoothed);
-    if (high - low > 40 || low < 100 || high > 190)
-        TestSupport::saveFailurePicture(smoothed, QStringLiteral("level3"));
-    QVERIFY2(high - low <= 40, qPrintable(QStringLiteral("%1..%2").arg(low).arg(high)));
-    QVERIFY2(low >= 100 && high <= 190, qPrintable(QStringLiteral("%1..%2").arg(low).arg(high)));
-}
+        widget->makeCurrent();
+        const std::vector<std::uint8_t> texels = readTexture(uploaded, 64, 16, GL_RED);
+        widget->doneCurrent();
+        QVERIFY(std::all_of(texels.begin(), texels.end(), [](std::uint8_t v) { return v == 30; }));
+        grab(); // a repaint without a new frame uploads nothing
+        QCOMPARE(inspect->intensities()->textureId(), uploaded);
+    }
 
-void TestEngineDrawing::paintRaisesNoGlError()
-{
-    FanGeometryEngine& engine = widget->engine;
-    widget->makeCurrent();
-    TestSupport::GlErrorWatcher watcher(widget->context());
-    QVERIFY(watcher.isLogging());
-    widget->doneCurrent();
+    void fanVertexBuffer()
+    {
+        const auto readBuffer = [&] {
+            widget->makeCurrent();
+            QOpenGLBuffer& buffer = inspect->fanVertexBuffer();
+            buffer.bind();
+            std::vector<float> floats(std::size_t(buffer.size()) / sizeof(float));
+            buffer.read(0, floats.data(), buffer.size());
+            buffer.release();
+            widget->doneCurrent();
+            return floats;
+        };
+        const auto verifyBuffer = [&](const std::vector<float>& expected) {
+            const std::vector<float> actual = readBuffer();
+            QCOMPARE(actual.size(), expected.size());
+            for (std::size_t i = 0; i < expected.size(); ++i)
+                QVERIFY2(std::abs(actual[i] - expected[i]) < 1e-4f,
+                    qPrintable(QStringLiteral("float %1 is %2, expected %3")
+                                   .arg(i)
+                                   .arg(actual[i])
+                                   .arg(expected[i])));
+        };
 
-    engine.setPalette(Options::Fire);
-    engine.setPaletteModifier(90);
-    engine.setDespeckleLevel(5);
-    engine.processNewImage(TestSupport::uniformFrame(255, 50, 10.0, 77, -4500, 4500));
-    grab();
-    engine.setPalette(Options::Aqua);
-    grab();
+        // Two triangles of x, y, s, t for three beams, then a never-drawn third.
+        engine->processNewImage(uniformFrame(3, 4, 10.0, 0));
+        grab();
+        std::vector<float> triangles = { 0, 0, 0, 0, -0.9063f, 0.4226f, 0, 1, 0, 1, 0.5f, 1, //
+            0, 0, 0.5f, 0, 0, 1, 0.5f, 1, 0.9063f, 0.4226f, 1, 1, //
+            0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0 };
+        verifyBuffer(triangles);
+        if (QTest::currentTestFailed())
+            return;
 
-    widget->makeCurrent();
-    const GLenum error = widget->context()->functions()->glGetError();
-    widget->doneCurrent();
-    QCOMPARE(error, GLenum(GL_NO_ERROR));
-    const auto errors = watcher.errors();
-    QVERIFY2(errors.empty(), errors.empty() ? "" : qPrintable(errors.front().message()));
-}
+        // The mirror changes only the s coordinates.
+        engine->horizontalFlip();
+        grab();
+        for (std::size_t i : { 2, 6, 10, 14, 18, 22 })
+            triangles[i] = 1.0f - triangles[i];
+        verifyBuffer(triangles);
 
-void TestEngineDrawing::realisticPicture()
-{
-    FanGeometryEngine& engine = widget->engine;
-    engine.setPalette(Options::Multicolour);
-    engine.setClampLevel(0.01f);
-    const NereonImage frame = realisticFrame();
-    for (int i = 0; i < 20; ++i)
-        engine.processNewImage(frame); // let the thresholds settle
-    engine.setClampLevel(0.0f);
-    const QImage picture = grab();
-    QVERIFY(picture.save(QStringLiteral("engine-fan.png")));
-    NEREON_VERIFY_PIXEL(picture, pixelAtPolar(10.0, 0.5), clearColour, 0);
-    QVERIFY(TestSupport::countPixelsDiffering(picture, picture.rect(), clearColour) > 10000);
-}
+        // The accessors rebuild stale geometry too (with the context current).
+        engine->processNewImage(uniformFrame(256, 4, 10.0, 0));
+        widget->makeCurrent();
+        QCOMPARE(engine->getRangeLineVertices().size(), std::size_t(20));
+        widget->doneCurrent();
+        QCOMPARE(readBuffer().size(), std::size_t(3072));
+    }
 
-void TestEngineDrawing::destroyReleasesGlObjects()
-{
-    FanTestWidget own;
-    own.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&own));
-    own.engine.setPalette(Options::Fire);
-    own.engine.processNewImage(TestSupport::uniformFrame(64, 8, 10.0, 100));
-    own.grabFramebuffer();
+    void paletteColours_data()
+    {
+        QTest::addColumn<Options::Palette>("palette");
+        QTest::addColumn<int>("modifier");
+        QTest::newRow("Greyscale") << Options::Greyscale << 0;
+        QTest::newRow("Multicolour") << Options::Multicolour << 0;
+        QTest::newRow("Fire 128") << Options::Fire << 128;
+        QTest::newRow("Aqua 128") << Options::Aqua << 128;
+    }
+    void paletteColours()
+    {
+        QFETCH(Options::Palette, palette);
+        QFETCH(int, modifier);
+        engine->setPalette(palette);
+        engine->setPaletteModifier(std::uint8_t(modifier));
+        // Three bands along the range: 0 near, 128 in the middle, 255 far.
+        engine->processNewImage(makeFrame(256, 90, 30.0, [](int, int line) {
+            return std::uint8_t(line < 30 ? 0 : line < 60 ? 128 : 255);
+        }));
+        inspect->lowerThreshold() = 0.25f;
+        inspect->upperThreshold() = 0.75f;
+        const QImage picture = grab();
 
-    FanGeometryEngineInspector inspect(own.engine);
-    const std::vector<GLuint> textures
-        = { inspect.intensities()->textureId(), inspect.standardPalettes()->textureId(),
-              inspect.firePalette()->textureId(), inspect.aquaPalette()->textureId() };
-    const GLuint buffer = inspect.fanVertexBuffer().bufferId();
+        Palettes::AbstractPalette* table = palette == Options::Fire ? inspect->firePalette()
+            : palette == Options::Aqua                              ? inspect->aquaPalette()
+                                                                    : inspect->standardPalettes();
+        widget->makeCurrent();
+        // Bytes 0 and 255 are held at the thresholds; 128 shows its own entry.
+        const QColor bands[3] = { paletteColourAt(table, 0.25f, inspect->chosenPalette()),
+            paletteColourAt(table, 128.0f / 255.0f, inspect->chosenPalette()),
+            paletteColourAt(table, 0.75f, inspect->chosenPalette()) };
+        widget->doneCurrent();
+        for (double angle : { 60.0, 90.0, 130.0 })
+            for (int band = 0; band < 3; ++band)
+                NEREON_VERIFY_PIXEL(picture, pixelAtPolar(angle, (2 * band + 1) / 6.0), bands[band], 3);
+        // Outside the fan: beside it, beyond the rim, behind the apex.
+        for (const QPoint outside :
+            { pixelAtPolar(10.0, 0.5), pixelAtPolar(90.0, 1.05), pixelAt(0.0, -0.05) })
+            NEREON_VERIFY_PIXEL(picture, outside, clearColour, 0);
+    }
 
-    own.makeCurrent();
-    QOpenGLFunctions* gl = own.context()->functions();
-    for (GLuint texture : textures)
-        QVERIFY(gl->glIsTexture(texture));
-    QVERIFY(gl->glIsBuffer(buffer));
+    void mirroredFanSwapsSides()
+    {
+        // The first beams are the leftmost.
+        engine->processNewImage(
+            makeFrame(256, 32, 10.0, [](int beam, int) { return std::uint8_t(beam < 128 ? 40 : 220); }));
+        const QPoint left = pixelAtPolar(125.0, 0.6), right = pixelAtPolar(55.0, 0.6);
+        const QImage plain = grab();
+        QVERIFY(plain.pixelColor(left).red() + 100 < plain.pixelColor(right).red());
+        engine->horizontalFlip();
+        const QImage mirrored = grab();
+        NEREON_VERIFY_PIXEL(mirrored, left, plain.pixelColor(right), 1);
+        NEREON_VERIFY_PIXEL(mirrored, right, plain.pixelColor(left), 1);
+    }
 
-    own.engine.destroy();
-    for (GLuint texture : textures)
-        QVERIFY2(!gl->glIsTexture(texture), qPrintable(QString::number(texture)));
-    QVERIFY(!gl->glIsBuffer(buffer));
-    QVERIFY(!inspect.intensities() && !inspect.firePalette());
-    own.doneCurrent();
-}
+    void despeckle()
+    {
+        // One tap through the kernel is the unsmoothed picture.
+        engine->processNewImage(randomFrame(32, 32, 3));
+        const QImage level0 = grab();
+        engine->setDespeckleLevel(1);
+        const QImage level1 = grab();
+        QVERIFY2(
+            level0 == level1, qPrintable(TestSupport::saveFailurePicture(level1, QStringLiteral("level1"))));
 
-void TestEngineDrawing::cleanupTestCase()
-{
-    widget.reset();
-}
+        // A checkerboard smoothed over 3 x 3 comes out nearly even grey.
+        engine->processNewImage(makeFrame(
+            32, 32, 10.0, [](int beam, int line) { return std::uint8_t((beam + line) % 2 * 255); }));
+        const QRect box(pixelAt(-0.15, 0.65), pixelAt(0.15, 0.35));
+        const auto spread = [&box](const QImage& picture) {
+            int low = 255, high = 0;
+            for (int y = box.top(); y <= box.bottom(); ++y)
+                for (int x = box.left(); x <= box.right(); ++x) {
+                    low = std::min(low, picture.pixelColor(x, y).red());
+                    high = std::max(high, picture.pixelColor(x, y).red());
+                }
+            return std::make_pair(low, high);
+        };
+        engine->setDespeckleLevel(0);
+        const auto [rawLow, rawHigh] = spread(grab());
+        QVERIFY2(rawHigh - rawLow > 150, qPrintable(QStringLiteral("%1..%2").arg(rawLow).arg(rawHigh)));
+        engine->setDespeckleLevel(3);
+        const QImage smoothed = grab();
+        const auto [low, high] = spread(smoothed);
+        if (high - low > 40 || low < 100 || high > 190)
+            QFAIL(qPrintable(QStringLiteral("%1..%2, ").arg(low).arg(high)
+                + TestSupport::saveFailurePicture(smoothed, QStringLiteral("level3"))));
+    }
+
+    void realisticPictureWithoutGlErrors()
+    {
+        widget->makeCurrent();
+        TestSupport::GlErrorWatcher watcher(widget->context());
+        QVERIFY(watcher.isLogging());
+        widget->doneCurrent();
+
+        // Dynamic palettes, a wide kernel and an odd beam count first.
+        engine->setPalette(Options::Fire);
+        engine->setPaletteModifier(90);
+        engine->setDespeckleLevel(5);
+        engine->processNewImage(uniformFrame(255, 50, 10.0, 77, -4500, 4500));
+        grab();
+        engine->setPalette(Options::Aqua);
+        grab();
+
+        engine->setPalette(Options::Multicolour);
+        engine->setDespeckleLevel(0);
+        engine->setClampLevel(0.01f);
+        const NereonImage frame = realisticFrame();
+        for (int i = 0; i < 20; ++i)
+            engine->processNewImage(frame); // let the thresholds settle
+        engine->setClampLevel(0.0f);
+        const QImage picture = grab();
+        QVERIFY(picture.save(QStringLiteral("engine-fan.png")));
+        NEREON_VERIFY_PIXEL(picture, pixelAtPolar(10.0, 0.5), clearColour, 0);
+        QVERIFY(TestSupport::countPixelsDiffering(picture, picture.rect(), clearColour) > 10000);
+
+        widget->makeCurrent();
+        const GLenum error = widget->context()->functions()->glGetError();
+        widget->doneCurrent();
+        QCOMPARE(error, GLenum(GL_NO_ERROR));
+        const auto errors = watcher.errors();
+        QVERIFY2(errors.empty(), errors.empty() ? "" : qPrintable(errors.front().message()));
+    }
+
+    // Last: it leaves the shared widget without GL objects.
+    void destroyReleasesGlObjects()
+    {
+        engine->setPalette(Options::Fire);
+        grab();
+        const GLuint textures[]
+            = { inspect->intensities()->textureId(), inspect->standardPalettes()->textureId(),
+                  inspect->firePalette()->textureId(), inspect->aquaPalette()->textureId() };
+        const GLuint buffer = inspect->fanVertexBuffer().bufferId();
+        widget->makeCurrent();
+        QOpenGLFunctions* gl = widget->context()->functions();
+        const auto alive = [gl](GLuint texture) { return gl->glIsTexture(texture) == GL_TRUE; };
+        QVERIFY(std::all_of(std::begin(textures), std::end(textures), alive) && gl->glIsBuffer(buffer));
+        engine->destroy();
+        QVERIFY(std::none_of(std::begin(textures), std::end(textures), alive) && !gl->glIsBuffer(buffer));
+        QVERIFY(!inspect->intensities() && !inspect->firePalette());
+        widget->doneCurrent();
+    }
+};
 
 int main(int argc, char** argv)
 {
