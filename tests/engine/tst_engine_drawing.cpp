@@ -168,78 +168,52 @@ private slots:
         widget.reset();
     }
 
-    void intensityTextureMatchesFrame_data()
+    void intensityTextureHoldsLastFrame_data()
     {
         QTest::addColumn<int>("beams");
         QTest::addColumn<int>("lines");
         QTest::newRow("256 x 64") << 256 << 64;
         QTest::newRow("13 beams, rows not 4-aligned") << 13 << 7;
     }
-    void intensityTextureMatchesFrame()
+    void intensityTextureHoldsLastFrame()
     {
         QFETCH(int, beams);
         QFETCH(int, lines);
-        const NereonImage frame = randomFrame(beams, lines, std::uint32_t(beams));
-        engine->processNewImage(frame);
-        grab();
-        QVERIFY(!inspect->newImage());
-
-        widget->makeCurrent();
-        QOpenGLTexture* texture = inspect->intensities();
-        QVERIFY(texture->width() == beams && texture->height() == lines);
-        QCOMPARE(texture->format(), QOpenGLTexture::R8_UNorm);
-        QVERIFY(readTexture(texture->textureId(), beams, lines, GL_RED) == frame.getData());
-
-        // The upload restores whatever unpack alignment the caller had.
-        QOpenGLFunctions* gl = widget->context()->functions();
-        gl->glPixelStorei(GL_UNPACK_ALIGNMENT, 2);
-        engine->initIntensities(std::uint16_t(beams), std::uint16_t(lines), frame.getData());
-        GLint alignment = 0;
-        gl->glGetIntegerv(GL_UNPACK_ALIGNMENT, &alignment);
-        gl->glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
-        widget->doneCurrent();
-        QCOMPARE(alignment, 2);
-    }
-
-    void onlyLastFrameIsUploaded()
-    {
         grab();
         const GLuint before = inspect->intensities()->textureId();
-        for (std::uint8_t value : { 10, 20, 30 })
-            engine->processNewImage(uniformFrame(64, 16, 20.0, value));
+        NereonImage frame;
+        for (std::uint32_t seed = 1; seed <= 3; ++seed)
+            engine->processNewImage(frame = randomFrame(beams, lines, seed));
         grab();
-        const GLuint uploaded = inspect->intensities()->textureId();
+        QVERIFY(!inspect->newImage());
+        QOpenGLTexture* texture = inspect->intensities();
+        const GLuint uploaded = texture->textureId();
         QVERIFY(uploaded != before);
-
-        widget->makeCurrent();
-        const std::vector<std::uint8_t> texels = readTexture(uploaded, 64, 16, GL_RED);
-        widget->doneCurrent();
-        QVERIFY(std::all_of(texels.begin(), texels.end(), [](std::uint8_t v) { return v == 30; }));
+        QVERIFY(texture->width() == beams && texture->height() == lines);
+        QCOMPARE(texture->format(), QOpenGLTexture::R8_UNorm);
         grab(); // a repaint without a new frame uploads nothing
         QCOMPARE(inspect->intensities()->textureId(), uploaded);
+        widget->makeCurrent();
+        const bool matches = readTexture(uploaded, beams, lines, GL_RED) == frame.getData();
+        widget->doneCurrent();
+        QVERIFY(matches);
     }
 
     void fanVertexBuffer()
     {
-        const auto readBuffer = [&] {
+        const auto verifyBuffer = [&](const std::vector<float>& expected) {
             widget->makeCurrent();
             QOpenGLBuffer& buffer = inspect->fanVertexBuffer();
             buffer.bind();
-            std::vector<float> floats(std::size_t(buffer.size()) / sizeof(float));
-            buffer.read(0, floats.data(), buffer.size());
+            std::vector<float> actual(std::size_t(buffer.size()) / sizeof(float));
+            buffer.read(0, actual.data(), buffer.size());
             buffer.release();
             widget->doneCurrent();
-            return floats;
-        };
-        const auto verifyBuffer = [&](const std::vector<float>& expected) {
-            const std::vector<float> actual = readBuffer();
             QCOMPARE(actual.size(), expected.size());
             for (std::size_t i = 0; i < expected.size(); ++i)
                 QVERIFY2(std::abs(actual[i] - expected[i]) < 1e-4f,
-                    qPrintable(QStringLiteral("float %1 is %2, expected %3")
-                                   .arg(i)
-                                   .arg(actual[i])
-                                   .arg(expected[i])));
+                    qPrintable(QString::asprintf(
+                        "float %zu is %g, expected %g", i, double(actual[i]), double(expected[i]))));
         };
 
         // Two triangles of x, y, s, t for three beams, then a never-drawn third.
@@ -258,13 +232,6 @@ private slots:
         for (std::size_t i : { 2, 6, 10, 14, 18, 22 })
             triangles[i] = 1.0f - triangles[i];
         verifyBuffer(triangles);
-
-        // The accessors rebuild stale geometry too (with the context current).
-        engine->processNewImage(uniformFrame(256, 4, 10.0, 0));
-        widget->makeCurrent();
-        QCOMPARE(engine->getRangeLineVertices().size(), std::size_t(20));
-        widget->doneCurrent();
-        QCOMPARE(readBuffer().size(), std::size_t(3072));
     }
 
     void paletteColours_data()
@@ -329,28 +296,21 @@ private slots:
         const QImage level0 = grab();
         engine->setDespeckleLevel(1);
         const QImage level1 = grab();
-        QVERIFY2(
-            level0 == level1, qPrintable(TestSupport::saveFailurePicture(level1, QStringLiteral("level1"))));
+        if (level0 != level1)
+            QFAIL(qPrintable(TestSupport::saveFailurePicture(level1, QStringLiteral("level1"))));
 
         // A checkerboard smoothed over 3 x 3 comes out nearly even grey.
         engine->processNewImage(makeFrame(
             32, 32, 10.0, [](int beam, int line) { return std::uint8_t((beam + line) % 2 * 255); }));
-        const QRect box(pixelAt(-0.15, 0.65), pixelAt(0.15, 0.35));
-        const auto spread = [&box](const QImage& picture) {
-            int low = 255, high = 0;
-            for (int y = box.top(); y <= box.bottom(); ++y)
-                for (int x = box.left(); x <= box.right(); ++x) {
-                    low = std::min(low, picture.pixelColor(x, y).red());
-                    high = std::max(high, picture.pixelColor(x, y).red());
-                }
-            return std::make_pair(low, high);
-        };
-        engine->setDespeckleLevel(0);
-        const auto [rawLow, rawHigh] = spread(grab());
-        QVERIFY2(rawHigh - rawLow > 150, qPrintable(QStringLiteral("%1..%2").arg(rawLow).arg(rawHigh)));
         engine->setDespeckleLevel(3);
         const QImage smoothed = grab();
-        const auto [low, high] = spread(smoothed);
+        const QRect box(pixelAt(-0.15, 0.65), pixelAt(0.15, 0.35));
+        int low = 255, high = 0;
+        for (int y = box.top(); y <= box.bottom(); ++y)
+            for (int x = box.left(); x <= box.right(); ++x) {
+                low = std::min(low, smoothed.pixelColor(x, y).red());
+                high = std::max(high, smoothed.pixelColor(x, y).red());
+            }
         if (high - low > 40 || low < 100 || high > 190)
             QFAIL(qPrintable(QStringLiteral("%1..%2, ").arg(low).arg(high)
                 + TestSupport::saveFailurePicture(smoothed, QStringLiteral("level3"))));

@@ -69,7 +69,8 @@ protected:
     {
         glClear(GL_COLOR_BUFFER_BIT);
         painter().setFont(painter().addFont(QFont(), Qt::white));
-        tool->displayMeasurement(painter());
+        if (tool)
+            tool->displayMeasurement(painter());
     }
 };
 
@@ -202,26 +203,28 @@ private slots:
         QTest::addColumn<int>("kind");
         QTest::addColumn<QPointF>("start");
         QTest::addColumn<QPointF>("end");
-        QTest::addColumn<QSize>("size");
-        QTest::addColumn<QVector<QPoint>>("red");
-        QTest::addColumn<QVector<QRect>>("text"); // each must hold label pixels
-        QTest::addColumn<QRect>("empty");
+        QTest::addColumn<QVector<QPointF>>("red"); // clip coordinates
+        QTest::addColumn<QPointF>("labelAt");
+        QTest::addColumn<QVector<QRect>>("text"); // pixels from labelAt; each must hold label pixels
+        QTest::addColumn<QRectF>("empty"); // clip coordinates
 
         // Label below the end point, centred on it, clear of the line.
-        QTest::newRow("line") << int(Line) << QPointF(-0.5, -0.5) << QPointF(0.5, -0.5) << QSize(200, 200)
-                              << QVector<QPoint> { { 55, 150 }, { 100, 150 }, { 145, 150 } }
-                              << QVector<QRect> { { 110, 153, 35, 30 }, { 155, 153, 35, 30 } }
-                              << QRect(0, 0, 200, 147);
+        QTest::newRow("line") << int(Line) << QPointF(-0.5, -0.5) << QPointF(0.5, -0.5)
+                              << QVector<QPointF> { { -0.45, -0.5 }, { 0, -0.5 }, { 0.45, -0.5 } }
+                              << QPointF(0.5, -0.5) << QVector<QRect> { { -40, 3, 35, 30 }, { 5, 3, 35, 30 } }
+                              << QRectF(QPointF(-1, 1), QPointF(1, -0.47));
         // Dragged from the lower right: the outline closes on all four sides.
         QTest::newRow("rectangle") << int(Rectangle) << QPointF(0.5, -0.5) << QPointF(-0.5, 0.5)
-                                   << QSize(200, 200)
-                                   << QVector<QPoint> { { 50, 70 }, { 150, 130 }, { 100, 50 }, { 100, 150 },
-                                          { 140, 50 } }
-                                   << QVector<QRect> { { 80, 92, 40, 16 } } << QRect(0, 0, 200, 46);
-        // Circular in a wide widget and through the end point.
-        QTest::newRow("circle") << int(Circle) << QPointF(0, 0) << QPointF(1.0 / 3.0, 0) << QSize(300, 200)
-                                << QVector<QPoint> { { 200, 100 }, { 150, 50 }, { 100, 100 }, { 150, 150 } }
-                                << QVector<QRect> { { 130, 92, 40, 16 } } << QRect(140, 60, 20, 20);
+                                   << QVector<QPointF> { { -0.5, 0.3 }, { 0.5, -0.3 }, { 0, 0.5 },
+                                          { 0, -0.5 }, { 0.4, 0.5 } }
+                                   << QPointF(0, 0) << QVector<QRect> { { -20, -8, 40, 16 } }
+                                   << QRectF(QPointF(-1, 1), QPointF(1, 0.54));
+        // Round in the wide canvas (radius in height units) and through the end point.
+        QTest::newRow("circle") << int(Circle) << QPointF(0, 0) << QPointF(1.0 / 3.0, 0)
+                                << QVector<QPointF> { { 1.0 / 3.0, 0 }, { 0, 0.5 }, { -1.0 / 3.0, 0 },
+                                       { 0, -0.5 } }
+                                << QPointF(0, 0) << QVector<QRect> { { -20, -8, 40, 16 } }
+                                << QRectF(QPointF(-1.0 / 15, 0.4), QPointF(1.0 / 15, 0.2));
     }
 
     void drawing()
@@ -229,25 +232,34 @@ private slots:
         QFETCH(int, kind);
         QFETCH(QPointF, start);
         QFETCH(QPointF, end);
-        QFETCH(QSize, size);
-        QFETCH(QVector<QPoint>, red);
+        QFETCH(QVector<QPointF>, red);
+        QFETCH(QPointF, labelAt);
         QFETCH(QVector<QRect>, text);
-        QFETCH(QRect, empty);
+        QFETCH(QRectF, empty);
 
-        const auto tool = makeTool(kind);
-        // The display keeps scaleX × width = scaleY × height. No unit: the label must still show.
-        measure(*tool, start, end, float(size.height()) / size.width(), 1.0f);
+        // A fixed size, settled before measuring: a window briefly at another size on the X server
+        // would otherwise draw with a different aspect than the one measured with.
+        const QSize size(300, 200);
         ToolCanvas canvas;
-        canvas.tool = tool.get();
-        canvas.resize(size);
+        canvas.setFixedSize(size);
         canvas.show();
         QVERIFY(QTest::qWaitForWindowExposed(&canvas));
         TestSupport::keepGlDriverLoaded();
-        QTest::qWait(20); // let the window's first configure settle
+        QTRY_COMPARE(canvas.size(), size);
+
+        const auto tool = makeTool(kind);
+        // The display keeps scaleX × width = scaleY × height. No unit: the label must still show.
+        measure(*tool, start, end, float(canvas.height()) / canvas.width(), 1.0f);
+        canvas.tool = tool.get();
         const QImage picture = canvas.grabFramebuffer();
+        QCOMPARE(picture.size(), canvas.size() * canvas.devicePixelRatio());
+        const auto pixel = [&](QPointF clip) {
+            return QPointF((clip.x() + 1) / 2 * picture.width(), (1 - clip.y()) / 2 * picture.height());
+        };
 
         QStringList faults;
-        for (const QPoint& at : red) {
+        for (const QPointF& clip : red) {
+            const QPoint at = pixel(clip).toPoint();
             bool found = false; // line edges are antialiased: accept a neighbour
             for (int i = 0; i < 9; ++i)
                 found = found
@@ -255,10 +267,14 @@ private slots:
             if (!found)
                 faults << QStringLiteral("no red at %1,%2").arg(at.x()).arg(at.y());
         }
-        for (const QRect& box : text)
+        for (QRect box : text) {
+            box.translate(pixel(labelAt).toPoint());
             if (TestSupport::countPixelsDiffering(picture, box, Qt::black) <= 20)
                 faults << QStringLiteral("no label at %1,%2").arg(box.x()).arg(box.y());
-        if (TestSupport::countPixelsDiffering(picture, empty, Qt::black) > 0)
+        }
+        if (TestSupport::countPixelsDiffering(
+                picture, QRectF(pixel(empty.topLeft()), pixel(empty.bottomRight())).toRect(), Qt::black)
+            > 0)
             faults << QStringLiteral("drawing where nothing belongs");
         if (!faults.isEmpty())
             QFAIL(qPrintable(faults.join(QStringLiteral("; ")) + QStringLiteral(" (picture: ")

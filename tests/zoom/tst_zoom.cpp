@@ -101,7 +101,9 @@ private slots:
         PaintCounter counter(*f.display);
         QCOMPARE(f.zoom->getCurrentScale().x, 4.0f);
         QCOMPARE(translationOf(*f.zoom), QPointF(0, -1));
-        f.zoom->pan(0.3f, -0.7f, true);
+        f.zoom->pan(0.5f, -0.5f, true);
+        f.zoom->pan(-0.25f, -0.25f, false);
+        QCOMPARE(translationOf(*f.zoom), QPointF(0.25, -0.75));
 
         const float table[] = { 4.0f, 4.5f, 5.0f, 5.5f, 6.0f, 6.5f, 7.0f, 8.0f, 9.0f, 10.0f };
         // Up to the top, one step too far, down to the bottom, one step too far.
