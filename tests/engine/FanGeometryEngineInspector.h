@@ -14,16 +14,12 @@ public:
     {
     }
 
-    std::int32_t& width() { return e.width; }
-    std::int32_t& height() { return e.height; }
     float& aperture() { return e.aperture; }
     std::int16_t& startAngle() { return e.startAngle; }
     std::vector<std::int16_t>& bearings() { return e.bearings; }
-    std::vector<std::uint8_t>& intensityData() { return e.intensityData; }
     float& lowerThreshold() { return e.lowerThreshold; }
     float& upperThreshold() { return e.upperThreshold; }
     float chosenPalette() const { return e.chosenPalette; }
-    FanDisplayOptions::Palette palette() const { return e.palette; }
     bool& newGeometry() { return e.newGeometry; }
     bool& newImage() { return e.newImage; }
     bool flipped() const { return e.flipped; }
