@@ -87,7 +87,7 @@ protected:
     void initialise() override;
 
 private:
-    friend class FanDisplayInspector; // test access to the private record
+    friend class FanDisplayProbe; // test access to the private record
 
     class FanDisplayPrivate;
     std::unique_ptr<FanDisplayPrivate> const d;

@@ -97,7 +97,7 @@ public:
     std::vector<RangeLabelParams> getRangeLabelParams(float rotation);
 
 private:
-    friend class FanGeometryEngineInspector; // test access to the members below
+    friend class FanGeometryEngineProbe; // test access to the members below
 
     /// Moves both thresholds toward the bins where the histogram reaches target from each end.
     void applyThresholds(std::int64_t target);

@@ -19,7 +19,7 @@ public:
     void reset() override;
 
 private:
-    friend class MeasuringToolInspector; // test access to the results
+    friend class MeasuringToolProbe; // test access to the results
 
     std::string getLabel() const;
 

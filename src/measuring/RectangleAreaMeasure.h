@@ -19,7 +19,7 @@ public:
     void reset() override;
 
 private:
-    friend class MeasuringToolInspector; // test access to the result
+    friend class MeasuringToolProbe; // test access to the result
 
     std::string getLabel() const;
 

@@ -17,12 +17,12 @@
 
 namespace Halcyra::Nereon::Visualisation {
 
-struct FanDisplayInspector
+struct FanDisplayProbe
 {
     static auto& record(FanDisplay& display) { return *display.d; }
 };
 
-struct MeasuringToolInspector
+struct MeasuringToolProbe
 {
     /// The tool's result in metres or square metres.
     static double result(const MeasuringToolBase& tool)
@@ -39,8 +39,8 @@ struct MeasuringToolInspector
 
 using namespace Halcyra::Nereon::Visualisation;
 using Halcyra::Nereon::NereonImage;
-using Inspector = FanDisplayInspector;
-using Tools = MeasuringToolInspector;
+using Probe = FanDisplayProbe;
+using Tools = MeasuringToolProbe;
 
 namespace {
 
@@ -210,7 +210,7 @@ private slots:
         sendMouse(*display, QEvent::MouseMove, end);
         sendMouse(*display, QEvent::MouseButtonRelease, end, Qt::NoButton);
 
-        auto& d = Inspector::record(*display);
+        auto& d = Probe::record(*display);
         const QPointF p = toPixels.inverted().map(QPointF(start)), q = toPixels.inverted().map(QPointF(end));
         const double dx = (q.x() - p.x()) * range, dy = (q.y() - p.y()) * range;
         const double expected = mode == FanDisplayOptions::StraightLine ? std::hypot(dx, dy)

@@ -1,7 +1,7 @@
 // The engine's GL side: intensity texture, vertex buffer, shader program and
 // the pictures it draws, checked through a small widget on the host GL base.
 
-#include "FanGeometryEngineInspector.h"
+#include "FanGeometryEngineProbe.h"
 #include "GlTestSupport.h"
 #include "TestFrames.h"
 
@@ -68,7 +68,7 @@ class TestEngineDrawing : public QObject
 
     std::unique_ptr<FanTestWidget> widget;
     FanGeometryEngine* engine = nullptr;
-    std::unique_ptr<FanGeometryEngineInspector> inspect;
+    std::unique_ptr<FanGeometryEngineProbe> inspect;
     // Every test's GL calls are checked at the end.
     std::unique_ptr<TestSupport::GlErrorWatcher> errorWatcher;
     QOpenGLFunctions_2_0* gl = nullptr;
@@ -85,7 +85,7 @@ private slots:
         QVERIFY(QTest::qWaitForWindowExposed(widget.get()));
         TestSupport::keepGlDriverLoaded();
         engine = &widget->engine;
-        inspect = std::make_unique<FanGeometryEngineInspector>(*engine);
+        inspect = std::make_unique<FanGeometryEngineProbe>(*engine);
         widget->makeCurrent();
         errorWatcher = std::make_unique<TestSupport::GlErrorWatcher>(widget->context());
         QVERIFY(errorWatcher->isLogging());

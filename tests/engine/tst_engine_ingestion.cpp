@@ -1,7 +1,7 @@
 // Engine behaviour that needs no GL context: frames, thresholds, settings,
 // palette selection, bounds, hit testing, range lines/arcs and range labels.
 
-#include "FanGeometryEngineInspector.h"
+#include "FanGeometryEngineProbe.h"
 #include "TestFrames.h"
 #include "TestUnits.h"
 
@@ -62,14 +62,14 @@ class TestEngineIngestion : public QObject
 
     // A fresh engine for every case.
     std::unique_ptr<FanGeometryEngine> engine;
-    std::unique_ptr<FanGeometryEngineInspector> inspect;
+    std::unique_ptr<FanGeometryEngineProbe> inspect;
     TestSupport::ScaledUnit metres = TestSupport::metres();
 
 private slots:
     void init()
     {
         engine = std::make_unique<FanGeometryEngine>();
-        inspect = std::make_unique<FanGeometryEngineInspector>(*engine);
+        inspect = std::make_unique<FanGeometryEngineProbe>(*engine);
     }
 
     void layoutChanges()

@@ -17,7 +17,7 @@
 using namespace Halcyra::Nereon::Visualisation;
 
 namespace Halcyra::Nereon::Visualisation {
-class MeasuringToolInspector
+class MeasuringToolProbe
 {
 public:
     struct Reading
@@ -44,7 +44,7 @@ Q_DECLARE_METATYPE(Tool)
 
 namespace {
 
-using Inspector = MeasuringToolInspector;
+using Probe = MeasuringToolProbe;
 
 /// A bare GL widget showing only a tool's drawing on black.
 class ToolCanvas : public Halcyra::GUI::Widgets::Bases::OpenGLWidget
@@ -124,7 +124,7 @@ private slots:
         // The display keeps scaleX × width = scaleY × height; with scaleY 2 a clip unit is 5 m at range 10.
         const float scaleX = 2.0f * 200 / 300;
         measure(*tool, start, end, scaleX, 2.0f);
-        QTEST(Inspector::read(*tool).label, "label");
+        QTEST(Probe::read(*tool).label, "label");
 
         // A fixed size, settled before grabbing: a window briefly at another size on the X server
         // would draw with a different aspect than the one measured with.
@@ -145,10 +145,10 @@ private slots:
             QFAIL(qPrintable(TestSupport::saveFailurePicture(picture, QStringLiteral("drawn"))));
 
         // A frame with a new range rescales the result but not the drawn circle.
-        const float radius = Inspector::read(*tool).radius;
+        const float radius = Probe::read(*tool).radius;
         tool->updateMeasurement(100.0, scaleX, 2.0f);
-        QCOMPARE(Inspector::read(*tool).value, float(atRange100));
-        QCOMPARE(Inspector::read(*tool).radius, radius);
+        QCOMPARE(Probe::read(*tool).value, float(atRange100));
+        QCOMPARE(Probe::read(*tool).radius, radius);
 
         // A new press discards the result through the tool's own reset; a click leaves nothing.
         tool->startMeasuring(display, end);
@@ -161,7 +161,7 @@ private slots:
 
         // An x scale of 0 makes 0 × ∞ a NaN, which counts as a measurement.
         measure(*tool, QPointF(0, 0), QPointF(0.25, 0.5), 0.0f, 1.0f);
-        QVERIFY(std::isnan(Inspector::read(*tool).value) && tool->hasMeasurement());
+        QVERIFY(std::isnan(Probe::read(*tool).value) && tool->hasMeasurement());
     }
 
     void labelConvertsThroughUnit()
@@ -170,7 +170,7 @@ private slots:
         StraightLineMeasure tool;
         tool.setUnit(&feet);
         measure(tool, QPointF(0, 0), QPointF(0, 0.75));
-        QCOMPARE(Inspector::read(tool).label, QStringLiteral("Distance: 24.61ft"));
+        QCOMPARE(Probe::read(tool).label, QStringLiteral("Distance: 24.61ft"));
     }
 };
 

@@ -6,10 +6,10 @@
 namespace Halcyra::Nereon::Visualisation {
 
 /// Reaches the engine's state for tests, through the friend declaration.
-class FanGeometryEngineInspector
+class FanGeometryEngineProbe
 {
 public:
-    explicit FanGeometryEngineInspector(FanGeometryEngine& engine)
+    explicit FanGeometryEngineProbe(FanGeometryEngine& engine)
         : e(engine)
     {
     }
