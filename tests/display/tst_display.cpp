@@ -57,7 +57,7 @@ QTransform fanToPixels(FanDisplay& display)
 void sendMouse(FanDisplay& display, QEvent::Type type, QPoint at, Qt::MouseButtons held = Qt::LeftButton)
 {
     const Qt::MouseButton button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
-    QMouseEvent event(type, QPointF(at), button, held, Qt::NoModifier);
+    QMouseEvent event(type, QPointF(at), QPointF(display.mapToGlobal(at)), button, held, Qt::NoModifier);
     QCoreApplication::sendEvent(&display, &event);
 }
 

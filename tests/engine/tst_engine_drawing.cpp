@@ -89,8 +89,8 @@ private slots:
         widget->makeCurrent();
         errorWatcher = std::make_unique<TestSupport::GlErrorWatcher>(widget->context());
         QVERIFY(errorWatcher->isLogging());
-        gl = widget->context()->versionFunctions<QOpenGLFunctions_2_0>();
-        QVERIFY(gl && gl->initializeOpenGLFunctions());
+        gl = TestSupport::gl20Functions(widget->context());
+        QVERIFY(gl);
     }
 
     void init()

@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
-# Usage: run.sh <build-dir> <consumer-source-dir> <headless-runner> [extra CMake arguments...]
+# Usage: run.sh <build-dir> <consumer-source-dir> <headless-runner> <flavour-suffix>
+#               [extra CMake arguments for the consumer...]
+# The flavour suffix is "" for the Qt 5 build and "-qt6" for the Qt 6 build.
 set -euo pipefail
 build_dir=$1
 consumer_dir=$2
 runner=$3
-shift 3
+suffix=$4
+shift 4
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -13,12 +16,12 @@ prefix=$work/prefix
 echo "== install into $prefix"
 cmake --install "$build_dir" --prefix "$prefix" > "$work/install.log"
 
-library=$(find "$prefix" -name 'libternwick-nereon-visualisation.so.2' | head -n 1)
+library=$(find "$prefix" -name "libternwick-nereon-visualisation$suffix.so.2" | head -n 1)
 if [ -z "$library" ] || [ ! -L "$library" ]; then
-    echo "FAIL: libternwick-nereon-visualisation.so.2 is not installed as a SONAME link" >&2
+    echo "FAIL: libternwick-nereon-visualisation$suffix.so.2 is not installed as a SONAME link" >&2
     exit 1
 fi
-for host in libternwick-gui.so.4 libternwick-maths.so.1 libternwick-nereon.so.2; do
+for host in "libternwick-gui$suffix.so.4" "libternwick-maths$suffix.so.1" "libternwick-nereon$suffix.so.2"; do
     if [ -z "$(find "$prefix" -name "$host")" ]; then
         echo "FAIL: $host is not installed" >&2
         exit 1

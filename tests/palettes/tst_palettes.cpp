@@ -61,8 +61,8 @@ private slots:
         QVERIFY(context.create());
         QVERIFY(context.makeCurrent(&surface));
         TestSupport::keepGlDriverLoaded();
-        gl = context.versionFunctions<QOpenGLFunctions_2_0>();
-        QVERIFY(gl && gl->initializeOpenGLFunctions());
+        gl = TestSupport::gl20Functions(&context);
+        QVERIFY(gl);
     }
 
     void cleanupTestCase() { QCOMPARE(gl->glGetError(), GLenum(GL_NO_ERROR)); }

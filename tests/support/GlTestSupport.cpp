@@ -3,8 +3,12 @@
 #include <QDir>
 #include <QOpenGLContext>
 #include <QOpenGLDebugLogger>
+#include <QOpenGLFunctions_2_0>
 #include <QSurfaceFormat>
 #include <QTest>
+#if QT_VERSION_MAJOR >= 6
+#include <QOpenGLVersionFunctionsFactory>
+#endif
 
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +23,16 @@ void useTestSurfaceFormat()
     format.setOption(QSurfaceFormat::DebugContext);
     format.setSamples(4);
     QSurfaceFormat::setDefaultFormat(format);
+}
+
+QOpenGLFunctions_2_0* gl20Functions(QOpenGLContext* context)
+{
+#if QT_VERSION_MAJOR >= 6
+    auto* functions = QOpenGLVersionFunctionsFactory::get<QOpenGLFunctions_2_0>(context);
+#else
+    auto* functions = context->versionFunctions<QOpenGLFunctions_2_0>();
+#endif
+    return functions && functions->initializeOpenGLFunctions() ? functions : nullptr;
 }
 
 void keepGlDriverLoaded()

@@ -11,6 +11,7 @@
 
 class QOpenGLDebugLogger;
 class QOpenGLContext;
+class QOpenGLFunctions_2_0;
 
 namespace TestSupport {
 
@@ -26,6 +27,13 @@ void useTestSurfaceFormat();
  * GL context exists; harmless otherwise.
  */
 void keepGlDriverLoaded();
+
+/**
+ * The OpenGL 2.0 functions of the context (which must be current), resolved,
+ * or null when the context does not offer them. Qt 5 and Qt 6 reach them by
+ * different calls.
+ */
+QOpenGLFunctions_2_0* gl20Functions(QOpenGLContext* context);
 
 /// Whether every channel of the pixel is within tolerance of expected.
 bool pixelMatches(const QImage& image, QPoint at, const QColor& expected, int tolerance = 3);

@@ -9,6 +9,7 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -30,6 +31,13 @@ int main(int argc, char* argv[])
 {
     if (std::strncmp(NEREON_PACKAGE_VERSION, "2.", 2) != 0) {
         std::fprintf(stderr, "unexpected package version %s\n", NEREON_PACKAGE_VERSION);
+        return 1;
+    }
+
+    // The package must bring the Qt it was built with, at compile and at run time.
+    static_assert(QT_VERSION_MAJOR == NEREON_EXPECTED_QT_MAJOR, "the package brought the wrong Qt");
+    if (std::atoi(qVersion()) != NEREON_EXPECTED_QT_MAJOR) {
+        std::fprintf(stderr, "running against Qt %s\n", qVersion());
         return 1;
     }
 
@@ -57,7 +65,7 @@ int main(int argc, char* argv[])
         for (int y = 0; y < picture.height(); ++y)
             for (int x = 0; x < picture.width(); ++x)
                 drawn += (picture.pixel(x, y) & 0xffffff) != (background & 0xffffff);
-        std::printf("package %s: %d of %d pixels drawn over the background\n", NEREON_PACKAGE_VERSION, drawn,
+        std::printf("package %s on Qt %s: %d of %d pixels drawn over the background\n", NEREON_PACKAGE_VERSION, qVersion(), drawn,
             picture.width() * picture.height());
         result = drawn > picture.width() * picture.height() / 10 ? 0 : 1;
         QCoreApplication::quit();
