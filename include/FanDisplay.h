@@ -38,6 +38,7 @@ public:
 
     /// The magnifier; the caller places it in a widget tree, which then owns it.
     /// One still without a parent widget is destroyed with this display.
+    /// Null once the application has destroyed the magnifier.
     ZoomDisplay* getZoomDisplay();
     FanDisplayOptions::DisplaySettings getCurrentDisplaySettings() const;
     void configureFromSettings(const FanDisplayOptions::DisplaySettings& settings);
