@@ -15,7 +15,6 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <locale>
 #include <sstream>
 
 namespace Halcyra::Nereon::Visualisation {
@@ -231,11 +230,11 @@ std::int64_t thresholdTarget(std::size_t byteCount, float clampLevel)
     return static_cast<std::int32_t>(product);
 }
 
-// Numbers of the range labels: one decimal, independent of the global locale.
+// Numbers of the range labels: one decimal, punctuated as the application's
+// global C++ locale writes numbers.
 std::string formatDistance(double value)
 {
     std::ostringstream stream;
-    stream.imbue(std::locale::classic());
     stream.setf(std::ios::fixed, std::ios::floatfield);
     stream.precision(1);
     stream << value;
