@@ -44,6 +44,12 @@ public:
 
     void setTextColour(const QColor& colour);
     void setFont(const QFont& font);
+    /**
+     * Background colour. With alpha below 255 the display is see-through: outside the fan it
+     * composites over whatever lies behind it in the window (for example a camera picture below it
+     * in a stacked layout), at that opacity. The display is then drawn on top of its sibling
+     * widgets, so nothing else should be placed over it.
+     */
     void setClearColour(const QColor& colour);
     void setBranding(bool enabled);
     void setBrandingColours(const QColor& ternwickPrimary, const QColor& ternwickSecondary,
@@ -56,6 +62,27 @@ public:
     void verticalFlip();
     void toggleOverlayFeature(FanDisplayOptions::OverlayFeature feature);
     void setOverlayFeature(FanDisplayOptions::OverlayFeature feature, bool enabled);
+
+    /**
+     * Shows or hides the colour scale (hidden by default): a bar of the palette exactly as the fan
+     * shows it now (palette, modifier and the current thresholds), intensity rising from 0 % at
+     * its bottom to 100 % at its top, with tick labels in the overlay text font and colour. It
+     * takes the corner of the widget that the fan, its range labels and the logos leave most
+     * room in, and follows palette, modifier, threshold, rotation and size changes by itself.
+     */
+    void setColourScaleVisible(bool visible);
+    bool isColourScaleVisible() const;
+    /// Colour of the range lines and arcs; rgb(128, 128, 128) by default.
+    void setRangeGridColour(const QColor& colour);
+    QColor getRangeGridColour() const;
+    /**
+     * When on, the range lines and arcs are drawn in a grey chosen for the palette and thresholds
+     * shown, one that stands out from the palette's middle tones (contrast ratio of at least 3.5
+     * to 1 where any grey reaches it). The colour given to setRangeGridColour() returns when it
+     * is switched off. Off by default.
+     */
+    void setAutomaticGridColour(bool enabled);
+    bool isAutomaticGridColourEnabled() const;
 
 signals:
     /// Frames received in the last second that had any; emitted at the first frame of a new second.
