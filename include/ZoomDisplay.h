@@ -16,7 +16,9 @@ class FanGeometryEngine;
  * The magnifier of a FanDisplay: redraws the display's current frame at one of
  * ten fixed zoom levels (4 to 10 times), turned with the display. Obtain it with
  * FanDisplay::getZoomDisplay() and place it in your widget tree, which then owns
- * it; it must not outlive its FanDisplay.
+ * it; it must not outlive its FanDisplay. Until the FanDisplay has set up its
+ * GL objects, and whenever the two GL contexts do not share objects, the
+ * magnifier shows only its background.
  *
  * It draws with GL objects created in the FanDisplay's context, so the two GL
  * contexts must share objects. Qt arranges that when both widgets are in the
@@ -33,6 +35,7 @@ class TERNWICK_NEREON_VISUALISATION_EXPORT ZoomDisplay : public GUI::Widgets::Ba
 public:
     /// Created by FanDisplay; applications do not construct it.
     ZoomDisplay(FanGeometryEngine& geometryEngine, FanDisplay& parentDisplay);
+    /// Destroys the magnifier; the GL objects it draws with belong to its display.
     ~ZoomDisplay() override;
 
     /// One step up the zoom table, keeping the view centre.
@@ -47,14 +50,23 @@ public:
     void setRotation(float degrees);
     /// Background colour, applied at the next paint.
     void setClearColour(const QColor& colour);
+    /// The fan display whose frame this magnifier shows.
     FanDisplay& getParentDisplay() const;
 
 protected:
+    /// Sets the initial background colour once the GL context exists.
     void initialise() override;
+    /// Keeps a fan unit the same size in pixels: a larger magnifier shows more.
     void resizeEvent(QResizeEvent* event) override;
+    /// Clears and draws the display's frame through the magnifier's view.
     void paintGL() override;
 
 private:
+    friend class FanDisplay; // tells the magnifier when it is destroyed
+
+    /// From then on the magnifier draws only its background and asks nothing of its display.
+    void parentDisplayDestroyed();
+
     class ZoomDisplayPrivate;
     std::unique_ptr<ZoomDisplayPrivate> const d;
 };

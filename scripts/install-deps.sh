@@ -22,6 +22,7 @@ native)
         libgl-dev libgl1-mesa-dri
         xvfb xauth fonts-dejavu-core
         libbenchmark-dev
+        qttools5-dev qt6-tools-dev doxygen
     )
     ;;
 arm64)
