@@ -159,6 +159,24 @@ private slots:
             qPrintable(QStringLiteral("r %1, bearing %2").arg(args[2].toDouble()).arg(args[3].toDouble())));
     }
 
+    void positionsAreWholePixels()
+    {
+        // Qt 6 hands over fractions of a pixel (scaled screens, tablets), Qt 5 whole pixels: the
+        // display reads whole pixels under both, so a report never depends on the Qt in use.
+        showDisplay(QSize(401, 401), TestSupport::uniformFrame(64, 50, 30.0, 0));
+        QSignalSpy positions(display.get(), &FanDisplay::newMousePosition);
+        const QPointF pixel(fanToPixels(*display).map(QPointF(0.1, 0.6)).toPoint());
+        const QPointF origin(display->mapToGlobal(QPoint(0, 0)));
+        for (const QPointF offset : { QPointF(0.0, 0.0), QPointF(0.4, -0.3), QPointF(-0.45, 0.45) }) {
+            QMouseEvent event(QEvent::MouseMove, pixel + offset, origin + pixel + offset, Qt::NoButton,
+                Qt::NoButton, Qt::NoModifier);
+            QCoreApplication::sendEvent(display.get(), &event);
+        }
+        QCOMPARE(positions.count(), 3);
+        QCOMPARE(positions.at(1), positions.at(0));
+        QCOMPARE(positions.at(2), positions.at(0));
+    }
+
     void overlaysFollowTheirSwitches()
     {
         showDisplay(QSize(401, 401), TestSupport::uniformFrame(64, 50, 30.0, 0));

@@ -374,7 +374,9 @@ private slots:
 
         // The drag has ended: the move only reports the position, the release changes nothing.
         QSignalSpy positions(f.display.get(), &FanDisplay::newMousePosition);
-        QMouseEvent move(QEvent::MouseMove, edge + QPoint(20, 0), Qt::NoButton, Qt::LeftButton, {});
+        const QPoint moved = edge + QPoint(20, 0);
+        QMouseEvent move(
+            QEvent::MouseMove, moved, f.display->mapToGlobal(moved), Qt::NoButton, Qt::LeftButton, {});
         QCoreApplication::sendEvent(f.display.get(), &move);
         QCOMPARE(positions.count(), 1);
         QVERIFY(f.display->cursor().shape() != Qt::ClosedHandCursor);
