@@ -40,6 +40,7 @@ public:
 
     /// The magnifier; the caller places it in a widget tree, which then owns it.
     /// One still without a parent widget is destroyed with this display.
+    /// Null once the application has destroyed the magnifier.
     ZoomDisplay* getZoomDisplay();
     /// Reads out the look (palette, colours, overlays, mirror state and model transform), e.g. to save it.
     FanDisplayOptions::DisplaySettings getCurrentDisplaySettings() const;

@@ -92,6 +92,8 @@ FanDisplay::~FanDisplay()
     ZoomDisplay* zoom = d->liveZoomDisplay();
     if (zoom && !zoom->parentWidget())
         delete zoom;
+    else if (zoom)
+        zoom->parentDisplayDestroyed(); // placed by the application, which may destroy it later
 
     // isValid() is false when no context was ever created: nothing to release then.
     if (isValid()) {
@@ -103,7 +105,7 @@ FanDisplay::~FanDisplay()
 
 ZoomDisplay* FanDisplay::getZoomDisplay()
 {
-    return d->zoomDisplay;
+    return d->liveZoomDisplay();
 }
 
 FanDisplayOptions::DisplaySettings FanDisplay::getCurrentDisplaySettings() const
@@ -459,7 +461,7 @@ void FanDisplay::paintGL()
         d->tool->displayMeasurement(overlay);
 
     if (d->zoomDisplayIsVisible()) {
-        d->zoomDisplay->update();
+        d->liveZoomDisplay()->update();
         d->zoomDisplayOutline.draw(overlay);
     }
 
