@@ -3,12 +3,11 @@
 namespace Halcyra {
 
 /// Three components x, y, z.
-template <typename T>
-struct Vec3
+template <typename T> struct Vec3
 {
-    T x{};
-    T y{};
-    T z{};
+    T x {};
+    T y {};
+    T z {};
 };
 
 } // namespace Halcyra
