@@ -217,7 +217,7 @@ void BM_SideBySide(benchmark::State& state)
 
     std::size_t next = 0;
     constexpr int levels[] = { 0, 3, 5 };
-    double bareMs = 0, bareSampledMs = 0, remapMs = 0, cpuMs = 0;
+    double bareMs = 0, bareSampledMs = 0, remapMs = 0, cpuMs = 0, bareCpuMs = 0;
     double fanMs[3] = {};
     const auto timed = [](auto&& work) {
         const auto start = std::chrono::steady_clock::now();
@@ -225,7 +225,9 @@ void BM_SideBySide(benchmark::State& state)
         return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     };
     for (auto _ : state) {
+        const double bareCpuBefore = threadCpuMs();
         bareMs += timed([&] { bare.paint([&] { windows.bare->update(); }); });
+        bareCpuMs += threadCpuMs() - bareCpuBefore;
         bareSampledMs += timed([&] { bareSampled.paint([&] { windows.bareSampled->update(); }); });
         remapMs += timed(
             [&] { remap.remap(frames[next % frames.size()].getData().data(), palette, qRgb(76, 76, 76)); });
@@ -249,6 +251,7 @@ void BM_SideBySide(benchmark::State& state)
     state.counters["d0_per_remap"] = fanMs[0] / remapMs;
     state.counters["d5_per_d0"] = fanMs[2] / fanMs[0];
     state.counters["gui_cpu_d0_ms"] = cpuMs / n;
+    state.counters["gui_cpu_bare_ms"] = bareCpuMs / n;
 }
 
 void BM_Stream(benchmark::State& state)
@@ -308,6 +311,7 @@ BENCHMARK(BM_SideBySide)->Unit(benchmark::kMillisecond)->UseRealTime()->Iteratio
 BENCHMARK(BM_Stream)
     ->ArgName("despeckle")
     ->Arg(0)
+    ->Arg(5)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
     ->Iterations(1);

@@ -2,15 +2,33 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace Halcyra::Nereon::Visualisation {
 
 namespace {
 
-/// acc[i] += weight * source[i] for i < count; kept apart so that it vectorises.
-void addScaled(float* __restrict acc, const float* __restrict source, float weight, int count)
+// Four floats in one register, with GCC's and Clang's vector extension so that
+// the same code becomes SSE on x86-64 and NEON on ARM.
+using Float4 = float __attribute__((vector_size(16)));
+
+/// acc[i] += weight * source[i] for i < count: the inner loop of both passes.
+void addScaled(float* acc, const float* source, float weight, int count)
 {
-    for (int i = 0; i < count; ++i)
+    const Float4 weights = { weight, weight, weight, weight };
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        Float4 a0, a1, s0, s1;
+        std::memcpy(&a0, acc + i, sizeof a0);
+        std::memcpy(&a1, acc + i + 4, sizeof a1);
+        std::memcpy(&s0, source + i, sizeof s0);
+        std::memcpy(&s1, source + i + 4, sizeof s1);
+        a0 += weights * s0;
+        a1 += weights * s1;
+        std::memcpy(acc + i, &a0, sizeof a0);
+        std::memcpy(acc + i + 4, &a1, sizeof a1);
+    }
+    for (; i < count; ++i)
         acc[i] += weight * source[i];
 }
 
