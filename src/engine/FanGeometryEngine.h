@@ -12,6 +12,7 @@
 #include <QPolygonF>
 #include <QRectF>
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -105,7 +106,7 @@ private:
     friend class FanGeometryEngineProbe; // test access to the members below
 
     /// Moves both thresholds toward the bins where the histogram reaches target from each end.
-    void applyThresholds(std::int64_t target);
+    void applyThresholds(const std::array<std::uint32_t, 256>& histogram, std::int64_t target);
     /// Replaces the intensity texture by one of the given format, under a new GL name.
     void uploadIntensityTexture(int textureWidth, int textureHeight, QOpenGLTexture::TextureFormat format,
         QOpenGLTexture::PixelType type, const void* texels);

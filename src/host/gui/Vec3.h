@@ -3,11 +3,12 @@
 namespace Halcyra {
 
 /// Three components x, y, z.
-template <typename T> struct Vec3
+template <typename T>
+struct Vec3
 {
-    T x {};
-    T y {};
-    T z {};
+    T x {}; ///< first component
+    T y {}; ///< second component
+    T z {}; ///< third component
 };
 
 } // namespace Halcyra
