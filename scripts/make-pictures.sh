@@ -22,4 +22,6 @@ for palette in "${!names[@]}"; do
     shoot --screenshot "$out/palette-$palette-${names[$palette]}.png" --fan-only \
         --palette "$palette" --modifier 128 --size 1100x560 --frames 20
 done
+shoot --screenshot "$out/colour-scale.png" --fan-only --colour-scale --auto-grid \
+    --palette 6 --modifier 96 --clamp 0.02 --size 1100x560 --frames 20
 echo "Pictures in $out"

@@ -34,8 +34,11 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
     const QCommandLineOption fresh("no-settings", "Neither restore nor save the look.");
     const QCommandLineOption size("size", "Window size, e.g. 1280x800.", "WxH");
     const QCommandLineOption fanOnly("fan-only", "The screenshot shows only the fan display.");
-    parser.addOptions(
-        { screenshot, frames, palette, modifier, beams, despeckle, clamp, zoom, feet, fresh, size, fanOnly });
+    const QCommandLineOption colourScale("colour-scale", "Show the colour scale.");
+    const QCommandLineOption autoGrid(
+        "auto-grid", "Draw the range grid in a grey that stands out from the palette.");
+    parser.addOptions({ screenshot, frames, palette, modifier, beams, despeckle, clamp, zoom, feet, fresh,
+        size, fanOnly, colourScale, autoGrid });
 
     if (!parser.parse(arguments)) {
         options.error = parser.errorText();
@@ -87,6 +90,8 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
     }
     options.feet = parser.isSet(feet);
     options.fanOnly = parser.isSet(fanOnly);
+    options.colourScale = parser.isSet(colourScale);
+    options.automaticGridColour = parser.isSet(autoGrid);
     options.useSavedSettings = !parser.isSet(fresh) && options.screenshotPath.isEmpty();
     if (!parser.positionalArguments().isEmpty())
         return fail("unexpected argument " + parser.positionalArguments().first());

@@ -54,6 +54,8 @@ OpenGLWidget::OpenGLWidget(QWidget* parent)
     // renderer pays for several times over in every paint.
     QSurfaceFormat surfaceFormat = QSurfaceFormat::defaultFormat();
     surfaceFormat.setSamples(glRendersInSoftware() ? 0 : 4);
+    // A see-through clear colour needs alpha in the picture (and in its grabs).
+    surfaceFormat.setAlphaBufferSize(8);
     setFormat(surfaceFormat);
 
     // Position reports and hover cursors need moves without a button held.
