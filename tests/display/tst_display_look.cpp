@@ -323,8 +323,8 @@ private slots:
             = [alpha](int over, int under) { return (over * alpha + under * (255 - alpha)) / 255; };
         const QColor outside(mix(clear.red(), behind.red()), mix(clear.green(), behind.green()),
             mix(clear.blue(), behind.blue()));
-        const QPoint corner(4, 4);
-        const QPoint inside = fanToPixels(*shown).map(insideFan).toPoint();
+        const QPoint corner = shown->mapTo(&window, QPoint(4, 4));
+        const QPoint inside = shown->mapTo(&window, fanToPixels(*shown).map(insideFan).toPoint());
         QImage screen;
         const auto composed = [&]() {
             screen = window.screen()->grabWindow(window.winId()).toImage();
@@ -332,7 +332,7 @@ private slots:
                 && TestSupport::pixelMatches(screen, inside, fan, 3);
         };
         // The window composes the GL picture a little after the paint.
-        (void)QTest::qWaitFor(composed, 3000);
+        (void)QTest::qWaitFor(composed, 10000);
         NEREON_VERIFY_PIXEL(screen, corner, outside, 3);
         NEREON_VERIFY_PIXEL(screen, inside, fan, 3);
     }
