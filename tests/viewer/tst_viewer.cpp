@@ -240,6 +240,13 @@ private slots:
         QTest::newRow("tiny window") << QStringList { "viewer", "--size", "100x100" } << false << -1 << 0
                                      << true;
         QTest::newRow("unknown option") << QStringList { "viewer", "--bogus" } << false << -1 << 0 << true;
+        QTest::newRow("record and replay")
+            << QStringList { "viewer", "--record", "a.nrec", "--replay", "b.nrec", "--speed", "0.5" } << true
+            << -1 << 0 << true;
+        QTest::newRow("speed 0") << QStringList { "viewer", "--replay", "b.nrec", "--speed", "0" } << false
+                                 << -1 << 0 << true;
+        QTest::newRow("replay of nothing")
+            << QStringList { "viewer", "--replay", "" } << false << -1 << 0 << true;
     }
 
     void commandLine()
