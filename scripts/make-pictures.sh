@@ -22,4 +22,9 @@ for palette in "${!names[@]}"; do
     shoot --screenshot "$out/palette-$palette-${names[$palette]}.png" --fan-only \
         --palette "$palette" --modifier 128 --size 1100x560 --frames 20
 done
+# The viewer replaying a recording of its own simulated sonar.
+recording=$(mktemp --suffix=.nrec)
+shoot --record "$recording" --screenshot "$runtime_dir/live.png" --beams 512 --frames 80
+shoot --replay "$recording" --screenshot "$out/viewer-replay.png" --size 1280x800 --frames 50
+rm -f "$recording"
 echo "Pictures in $out"
