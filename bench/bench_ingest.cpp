@@ -1,9 +1,11 @@
 // Frame ingestion: processNewImage (copy, histogram, thresholds) on frames as a
-// sonar delivers them, beside a plain one-table histogram over the same bytes.
+// sonar delivers them, each histogram path this build can run on its own, and
+// a plain one-table histogram over the same bytes.
 //
 //   bench_ingest --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 
 #include "engine/FanGeometryEngine.h"
+#include "engine/IntensityHistogram.h"
 #include "nereon/NereonImage.h"
 
 #include <benchmark/benchmark.h>
@@ -12,10 +14,12 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 using Halcyra::Nereon::NereonImage;
 using Halcyra::Nereon::Visualisation::FanGeometryEngine;
+using Halcyra::Nereon::Visualisation::IntensityHistogram;
 
 namespace {
 
@@ -136,6 +140,33 @@ void frameSizes(benchmark::internal::Benchmark* benchmark)
     benchmark->ArgNames({ "beams", "lines" });
 }
 
+// One histogram path with the copy that ingestion makes on the way.
+void histogramPath(benchmark::State& state, IntensityHistogram::Path path, float clampLevel)
+{
+    const auto& frames = framesOf(int(state.range(0)), int(state.range(1)));
+    std::vector<std::uint8_t> copy(frames.front().getData().size());
+    const std::int64_t target = IntensityHistogram::thresholdTarget(copy.size(), clampLevel);
+    std::size_t i = 0;
+    for (auto _ : state) {
+        const std::vector<std::uint8_t>& data = frames[i++ % frames.size()].getData();
+        benchmark::DoNotOptimize(
+            IntensityHistogram::count(data.data(), copy.data(), data.size(), target, path));
+        benchmark::ClobberMemory();
+    }
+    reportPerByte(state, copy.size());
+}
+
+void registerHistogramPaths()
+{
+    for (const IntensityHistogram::Path path : IntensityHistogram::availablePaths()) {
+        for (const float clamp : { 0.01f, 0.25f }) {
+            const std::string name = std::string("histogram/") + IntensityHistogram::getName(path)
+                + (clamp < 0.1f ? "/clamp_0_01" : "/clamp_0_25");
+            benchmark::RegisterBenchmark(name.c_str(), histogramPath, path, clamp)->Apply(frameSizes);
+        }
+    }
+}
+
 } // namespace
 
 BENCHMARK_CAPTURE(ingest, clamp_0_01, 0.01f)->Apply(frameSizes);
@@ -144,4 +175,13 @@ BENCHMARK_CAPTURE(ingest, clamp_0, 0.0f)->Apply(frameSizes);
 BENCHMARK_CAPTURE(ingest, clamp_0_25, 0.25f)->Apply(frameSizes);
 BENCHMARK(plainHistogram)->Apply(frameSizes);
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv)
+{
+    registerHistogramPaths();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -33,19 +33,28 @@ class TERNWICK_NEREON_VISUALISATION_EXPORT FanDisplay : public GUI::Widgets::Bas
     Q_OBJECT
 
 public:
+    /// Creates the display and its magnifier; GL work waits until the widget is first shown.
     explicit FanDisplay(QWidget* parent = nullptr);
+    /// Releases the GL resources with the display's context current.
     ~FanDisplay() override;
 
     /// The magnifier; the caller places it in a widget tree, which then owns it.
     /// One still without a parent widget is destroyed with this display.
     ZoomDisplay* getZoomDisplay();
+    /// Reads out the look (palette, colours, overlays, mirror state and model transform), e.g. to save it.
     FanDisplayOptions::DisplaySettings getCurrentDisplaySettings() const;
+    /// Applies a look read out with getCurrentDisplaySettings(), and repaints.
     void configureFromSettings(const FanDisplayOptions::DisplaySettings& settings);
 
+    /// Colour of the range labels and measurement text, from the next paint; alpha is ignored.
     void setTextColour(const QColor& colour);
+    /// Font of the range labels and measurement text, from the next paint.
     void setFont(const QFont& font);
+    /// Background colour, from the next paint; the magnifier takes a slightly darker shade.
     void setClearColour(const QColor& colour);
+    /// Shows or hides the maker's and the product's logos, from the next paint.
     void setBranding(bool enabled);
+    /// Colours of the logos: the maker logo's two colours, then the product logo's.
     void setBrandingColours(const QColor& ternwickPrimary, const QColor& ternwickSecondary,
                             const QColor& nereon);
     /// Replaces the rotation, degrees counter-clockwise.
@@ -54,7 +63,9 @@ public:
     void horizontalFlip();
     /// Turns the fan upside down (adds 180 degrees and mirrors).
     void verticalFlip();
+    /// Switches one overlay (range labels, arcs or lines) on if it is off, off if it is on.
     void toggleOverlayFeature(FanDisplayOptions::OverlayFeature feature);
+    /// Switches one overlay (range labels, arcs or lines) on or off.
     void setOverlayFeature(FanDisplayOptions::OverlayFeature feature, bool enabled);
 
 signals:
@@ -64,26 +75,43 @@ signals:
     void newMousePosition(double x, double y, double r, double theta);
 
 public slots:
+    /**
+     * Shows a new sonar frame at the next paint. Connect the sonar source here;
+     * from another thread through a queued connection. A frame the display
+     * cannot draw is ignored and the last good picture stays.
+     */
     void newImageReceived(const NereonImage& image);
+    /// Tells the display that the sonar has gone; the last frame stays on screen.
     void sonarDisconnected();
+    /// Chooses what a left-button drag inside the fan measures; discards the current measurement.
     void setMeasurementMode(FanDisplayOptions::MeasurementMode mode);
     /// Despeckle kernel size; 0 is off.
     void setDespeckleLevel(int level);
     /// Fraction of pixels ignored at each end of the histogram, e.g. 0.01.
     void setClampLevel(float level);
+    /// Unit of the range labels and of distance measurements; borrowed, must outlive its use here.
     void setDistanceUnit(const DataProcessing::Units::AbstractUnit* unit);
+    /// Unit of area measurements; borrowed, must outlive its use here.
     void setAreaUnit(const DataProcessing::Units::AbstractUnit* unit);
+    /// Colour table through which intensities are shown.
     void setPalette(FanDisplayOptions::Palette palette);
     /// Modifier of the Fire or Aqua palette while one of them is selected.
     void setPaletteModifier(uint8_t modifier);
 
 protected:
+    /// Starts a measurement inside the fan, or a drag of the magnifier's outline.
     void mousePressEvent(QMouseEvent* event) override;
+    /// Ends a measurement or an outline drag.
     void mouseReleaseEvent(QMouseEvent* event) override;
+    /// Reports the position under the mouse and follows a measurement or an outline drag.
     void mouseMoveEvent(QMouseEvent* event) override;
+    /// Cancels a measurement under way and clears the last one: it no longer fits the picture.
     void resizeEvent(QResizeEvent* event) override;
+    /// Fits the turned fan into the widget.
     void resizeGL(int width, int height) override;
+    /// Paints the fan, range grid and labels, measurement, magnifier outline and logos, in that order.
     void paintGL() override;
+    /// Builds the shader program and the palettes once the GL context exists.
     void initialise() override;
 
 private:

@@ -44,13 +44,21 @@ enum MeasurementMode : std::int32_t
  */
 struct DisplaySettings
 {
+    /// Colour table.
     Palette palette = Greyscale;
+    /// Modifier of the Fire or Aqua palette.
     std::uint8_t paletteModifier = 0;
+    /// Fan mirrored left to right.
     bool horizontalFlip = false;
+    /// Background colour.
     QColor clearColour;
+    /// Colour of the overlay text.
     QColor textColour;
+    /// Overlay RangeLabels shown.
     bool showRangeLabels = false;
+    /// Overlay RangeArcs shown.
     bool showRangeArcs = false;
+    /// Overlay RangeLines shown.
     bool showRangeLines = false;
     Vec3<float> scale;       ///< model scale
     Vec3<float> translation; ///< model translation, clip units

@@ -33,6 +33,7 @@ class TERNWICK_NEREON_VISUALISATION_EXPORT ZoomDisplay : public GUI::Widgets::Ba
 public:
     /// Created by FanDisplay; applications do not construct it.
     ZoomDisplay(FanGeometryEngine& geometryEngine, FanDisplay& parentDisplay);
+    /// Destroys the magnifier; the GL objects it draws with belong to its display.
     ~ZoomDisplay() override;
 
     /// One step up the zoom table, keeping the view centre.
@@ -47,11 +48,15 @@ public:
     void setRotation(float degrees);
     /// Background colour, applied at the next paint.
     void setClearColour(const QColor& colour);
+    /// The fan display whose frame this magnifier shows.
     FanDisplay& getParentDisplay() const;
 
 protected:
+    /// Sets the initial background colour once the GL context exists.
     void initialise() override;
+    /// Keeps a fan unit the same size in pixels: a larger magnifier shows more.
     void resizeEvent(QResizeEvent* event) override;
+    /// Clears and draws the display's frame through the magnifier's view.
     void paintGL() override;
 
 private:

@@ -15,7 +15,9 @@ class TERNWICK_NEREON_VISUALISATION_EXPORT ZoomableFanDisplay : public FanDispla
     Q_OBJECT
 
 public:
+    /// Creates the display at zoom level 1.0.
     explicit ZoomableFanDisplay(QWidget* parent = nullptr);
+    /// Destroys the widget; a running zoom animation ends with it.
     ~ZoomableFanDisplay() override;
 
     /// Requests a zoom level; animate: in ten steps over 300 ms, otherwise at once.
@@ -24,6 +26,7 @@ public:
     float getZoomLevel() const;
 
 protected:
+    /// Fits the fan into the widget, then applies the zoom level shown about the view's centre.
     void resizeGL(int width, int height) override;
 
 private:

@@ -10,6 +10,7 @@ packages=(
     xvfb xauth fonts-dejavu-core
     libbenchmark-dev
     libzstd-dev
+    qttools5-dev doxygen
 )
 
 missing=()

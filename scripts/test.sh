@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and runs every test headless; then does the
-# same again in a separate AddressSanitizer + UndefinedBehaviorSanitizer build.
+# Installs what is missing, builds the project and its API reference, and runs
+# every test headless; then builds and tests again in a separate
+# AddressSanitizer + UndefinedBehaviorSanitizer build.
 # Set NEREON_SKIP_SANITIZERS=1 to run only the first pass.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -10,6 +11,8 @@ jobs=$(nproc)
 
 echo "== Build and test =="
 "$root/scripts/build.sh" "$root/build"
+# The API reference; fails on any Doxygen warning, such as an undocumented public member.
+cmake --build "$root/build" --target docs
 (cd "$root/build" && ctest --output-on-failure --parallel "$jobs")
 
 if [ "${NEREON_SKIP_SANITIZERS:-0}" != 1 ]; then

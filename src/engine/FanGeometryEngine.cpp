@@ -1,5 +1,6 @@
 #include "engine/FanGeometryEngine.h"
 
+#include "engine/IntensityHistogram.h"
 #include "nereon/NereonImage.h"
 #include "palettes/AquaPalette.h"
 #include "palettes/FirePalette.h"
@@ -8,13 +9,9 @@
 
 #include <QVector2D>
 
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
-#include <limits>
 #include <locale>
 #include <sstream>
 
@@ -31,204 +28,11 @@ constexpr float paletteBandCentre = 0.083333336f;
 constexpr char vertexShaderPath[] = ":/ternwick-nereon-visualisation/shaders/fan-image/VertexShader.glsl";
 constexpr char fragmentShaderPath[] = ":/ternwick-nereon-visualisation/shaders/fan-image/FragmentShader.glsl";
 
-// The one histogram shared by every engine; all callers are on the GUI thread.
-std::array<std::uint32_t, 256> histogram;
-
 float rowCoordinateOfPalette(FanDisplayOptions::Palette palette)
 {
     if (static_cast<std::int32_t>(palette) <= 5)
         return 1.0f - (static_cast<float>(palette) / 6.0f + paletteBandCentre);
     return 0.5f;
-}
-
-/**
- * Counts every byte into the shared histogram. Runs of equal values (a dark sea
- * is mostly zeros) make a single table stall on store-to-load forwarding, so
- * the bytes are spread over four tables, eight bytes per 64-bit load, and
- * all-zero words are counted in a register without touching memory.
- */
-void countAll(const std::uint8_t* data, std::size_t count)
-{
-    alignas(64) std::uint32_t tables[4][256] = {};
-    std::uint64_t zeros = 0;
-
-    std::size_t i = 0;
-    for (; i + 8 <= count; i += 8) {
-        std::uint64_t word;
-        std::memcpy(&word, data + i, sizeof word);
-        if (word == 0) {
-            zeros += 8;
-            continue;
-        }
-        ++tables[0][word & 0xff];
-        ++tables[1][(word >> 8) & 0xff];
-        ++tables[2][(word >> 16) & 0xff];
-        ++tables[3][(word >> 24) & 0xff];
-        ++tables[0][(word >> 32) & 0xff];
-        ++tables[1][(word >> 40) & 0xff];
-        ++tables[2][(word >> 48) & 0xff];
-        ++tables[3][word >> 56];
-    }
-    for (; i < count; ++i)
-        ++tables[0][data[i]];
-
-    for (std::size_t bin = 0; bin < 256; ++bin)
-        histogram[bin] = tables[0][bin] + tables[1][bin] + tables[2][bin] + tables[3][bin];
-    histogram[0] += static_cast<std::uint32_t>(zeros);
-}
-
-/// The bins [0, lowLast] and [highFirst, 255] that the scans from each end are expected to need.
-struct HistogramEnds
-{
-    int lowLast = 255;
-    int highFirst = 1;
-    double share = 1.0; ///< fraction of the sampled bytes, zeros aside, that fall in the ends
-};
-
-/**
- * Guesses from every 61st byte how far in from each end the threshold scans
- * will go, with a wide margin. A bad guess costs time, never accuracy: the
- * counts are checked before they are trusted.
- */
-HistogramEnds estimateEnds(const std::uint8_t* data, std::size_t count, std::int64_t target)
-{
-    constexpr std::size_t stride = 61; // odd, so as not to follow the beams of a row
-    std::uint32_t sample[256] = {};
-    std::size_t samples = 0;
-    for (std::size_t i = 0; i < count; i += stride, ++samples)
-        ++sample[data[i]];
-
-    const double wanted
-        = 2.0 * static_cast<double>(target) * static_cast<double>(samples) / static_cast<double>(count) + 8.0;
-    HistogramEnds ends;
-    double sum = 0.0;
-    for (int bin = 0; bin <= 255; ++bin) {
-        sum += sample[bin];
-        if (sum >= wanted) {
-            ends.lowLast = bin;
-            break;
-        }
-    }
-    sum = 0.0;
-    for (int bin = 255; bin >= 1; --bin) {
-        sum += sample[bin];
-        if (sum >= wanted) {
-            ends.highFirst = bin;
-            break;
-        }
-    }
-
-    std::uint32_t inEnds = 0;
-    for (int bin = 1; bin <= 255; ++bin) {
-        if (bin <= ends.lowLast || bin >= ends.highFirst)
-            inEnds += sample[bin];
-    }
-    ends.share = static_cast<double>(inEnds) / static_cast<double>(samples);
-    return ends;
-}
-
-/**
- * Copies the bytes (when copy is not null) and counts exactly those in bin 0,
- * in [1, lowLast] and in [highFirst, 255]; the bins in between stay 0. Zeros
- * are counted sixteen at a time in vector lanes, and only the few bytes at the
- * ends go through the table.
- */
-void countEnds(const std::uint8_t* data, std::uint8_t* copy, std::size_t count, HistogramEnds ends)
-{
-    histogram.fill(0);
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i lowLast = _mm_set1_epi8(static_cast<char>(ends.lowLast));
-    const __m128i highFirst = _mm_set1_epi8(static_cast<char>(ends.highFirst));
-    std::uint64_t zeros = 0;
-
-    std::size_t i = 0;
-    const std::size_t vectorEnd = count - count % 16;
-    while (i < vectorEnd) {
-        // The 8-bit lane counters would overflow after 255 vectors.
-        const std::size_t blockEnd = std::min(vectorEnd, i + 255 * 16);
-        __m128i zeroLanes = zero;
-        for (; i < blockEnd; i += 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
-            if (copy)
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(copy + i), v);
-            const __m128i isZero = _mm_cmpeq_epi8(v, zero);
-            zeroLanes = _mm_sub_epi8(zeroLanes, isZero);
-            const __m128i isLow = _mm_andnot_si128(isZero, _mm_cmpeq_epi8(_mm_min_epu8(v, lowLast), v));
-            const __m128i isHigh = _mm_cmpeq_epi8(_mm_max_epu8(v, highFirst), v);
-            auto mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(isLow, isHigh)));
-            while (mask != 0) {
-                ++histogram[data[i + static_cast<std::size_t>(__builtin_ctz(mask))]];
-                mask &= mask - 1;
-            }
-        }
-        const __m128i sums = _mm_sad_epu8(zeroLanes, zero);
-        zeros += static_cast<std::uint64_t>(_mm_cvtsi128_si32(sums))
-            + static_cast<std::uint64_t>(_mm_extract_epi16(sums, 4));
-    }
-    for (; i < count; ++i) {
-        const std::uint8_t v = data[i];
-        if (copy)
-            copy[i] = v;
-        if (v == 0)
-            ++zeros;
-        else if (v <= ends.lowLast || v >= ends.highFirst)
-            ++histogram[v];
-    }
-    histogram[0] = static_cast<std::uint32_t>(zeros);
-}
-
-/// Whether the counted ends hold enough bytes for both scans to stop inside them.
-bool endsReachTarget(HistogramEnds ends, std::int64_t target)
-{
-    std::int64_t low = 0;
-    for (int bin = 0; bin <= ends.lowLast; ++bin)
-        low += histogram[static_cast<std::size_t>(bin)];
-    std::int64_t high = 0;
-    for (int bin = 255; bin >= ends.highFirst; --bin)
-        high += histogram[static_cast<std::size_t>(bin)];
-    return low >= target && high >= target;
-}
-
-/**
- * Fills the histogram as far as the threshold scans for this target can see,
- * copying the bytes on the way when copy is not null.
- */
-void countForThresholds(const std::uint8_t* data, std::uint8_t* copy, std::size_t count, std::int64_t target)
-{
-    // A target of 0 or less is met by bins 0 and 255 whatever the counts, and
-    // one above the byte count by no bin, so no count can change the result.
-    if (target <= 0 || target > static_cast<std::int64_t>(count)) {
-        if (copy && count > 0)
-            std::memcpy(copy, data, count);
-        histogram.fill(0);
-        return;
-    }
-
-    // Small frames are not worth the guess, and when the ends hold many bytes
-    // picking them out one by one is slower than counting everything.
-    constexpr std::size_t smallFrame = 16 * 1024;
-    constexpr double largestShareOfEnds = 0.125;
-    if (count >= smallFrame) {
-        const HistogramEnds ends = estimateEnds(data, count, target);
-        if (ends.share <= largestShareOfEnds) {
-            countEnds(data, copy, count, ends);
-            if (endsReachTarget(ends, target))
-                return;
-            copy = nullptr; // already copied
-        }
-    }
-    if (copy)
-        std::memcpy(copy, data, count);
-    countAll(copy ? copy : data, count);
-}
-
-std::int64_t thresholdTarget(std::size_t byteCount, float clampLevel)
-{
-    // Saturate rather than let an oversized product wrap to a negative target.
-    const float product = static_cast<float>(byteCount) * clampLevel;
-    if (product >= 2147483648.0f)
-        return std::numeric_limits<std::int32_t>::max();
-    return static_cast<std::int32_t>(product);
 }
 
 // Numbers of the range labels: one decimal, independent of the global locale.
@@ -287,21 +91,21 @@ void FanGeometryEngine::processNewImage(const NereonImage& image)
     // The copy is made by the counting pass, which reads the bytes anyway.
     const std::vector<std::uint8_t>& data = image.getData();
     intensityData.resize(data.size());
-    const std::int64_t target = thresholdTarget(data.size(), clampLevel);
-    countForThresholds(data.data(), intensityData.data(), data.size(), target);
-    applyThresholds(target);
+    const std::int64_t target = IntensityHistogram::thresholdTarget(data.size(), clampLevel);
+    applyThresholds(
+        IntensityHistogram::count(data.data(), intensityData.data(), data.size(), target), target);
 
     newImage = true;
 }
 
 void FanGeometryEngine::calculateThresholds()
 {
-    const std::int64_t target = thresholdTarget(intensityData.size(), clampLevel);
-    countForThresholds(intensityData.data(), nullptr, intensityData.size(), target);
-    applyThresholds(target);
+    const std::int64_t target = IntensityHistogram::thresholdTarget(intensityData.size(), clampLevel);
+    applyThresholds(
+        IntensityHistogram::count(intensityData.data(), nullptr, intensityData.size(), target), target);
 }
 
-void FanGeometryEngine::applyThresholds(std::int64_t target)
+void FanGeometryEngine::applyThresholds(const std::array<std::uint32_t, 256>& histogram, std::int64_t target)
 {
     std::int64_t sum = 0;
     for (int bin = 0; bin <= 255; ++bin) {

@@ -11,6 +11,7 @@
 #include <QPolygonF>
 #include <QRectF>
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -100,7 +101,7 @@ private:
     friend class FanGeometryEngineProbe; // test access to the members below
 
     /// Moves both thresholds toward the bins where the histogram reaches target from each end.
-    void applyThresholds(std::int64_t target);
+    void applyThresholds(const std::array<std::uint32_t, 256>& histogram, std::int64_t target);
 
     QOpenGLShaderProgram fanImageProgram;
     std::unique_ptr<QOpenGLShader> vertexShader;

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Usage: run.sh <build-dir> <consumer-source-dir> <headless-runner> [extra CMake arguments...]
+# NEREON_CONSUMER_FLAGS: extra compiler and linker flags for the pkg-config consumer.
 set -euo pipefail
 build_dir=$1
 consumer_dir=$2
@@ -29,6 +30,20 @@ if grep -rq 'nereon-visualisation-objects' "$(dirname "$library")/cmake"; then
     exit 1
 fi
 
+if [ -d "$build_dir/designer" ]; then
+    plugin=$(find "$prefix" -path '*/plugins/designer/*' -name 'libternwick-nereon-visualisation-designer*.so' | head -n 1)
+    if [ -z "$plugin" ]; then
+        echo "FAIL: the Designer plugin is not installed in a Qt plugin folder" >&2
+        exit 1
+    fi
+    # Designer loads it from there: the library must be found through its RUNPATH.
+    resolved=$(ldd "$plugin" | awk '/libternwick-nereon-visualisation/ { print $3 }')
+    if [ "$(readlink -f "$resolved")" != "$(readlink -f "$library")" ]; then
+        echo "FAIL: the installed Designer plugin does not find the installed library (found: $resolved)" >&2
+        exit 1
+    fi
+fi
+
 echo "== a request for another major version is refused"
 for version in 1 3; do
     if cmake -S "$consumer_dir" -B "$work/refused-$version" -DCMAKE_PREFIX_PATH="$prefix" \
@@ -43,3 +58,22 @@ cmake -S "$consumer_dir" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix" "$@" 
     || { cat "$work/configure.log" >&2; exit 1; }
 cmake --build "$work/consumer" > "$work/build.log" 2>&1 || { cat "$work/build.log" >&2; exit 1; }
 "$runner" "$work/consumer/consumer"
+
+echo "== build and run the consumer with pkg-config"
+pc_file=$(find "$prefix" -name 'ternwick-nereon-visualisation.pc' | head -n 1)
+if [ -z "$pc_file" ]; then
+    echo "FAIL: ternwick-nereon-visualisation.pc is not installed" >&2
+    exit 1
+fi
+export PKG_CONFIG_PATH=$(dirname "$pc_file")
+unset PKG_CONFIG_LIBDIR
+module=ternwick-nereon-visualisation
+pc_version=$(pkg-config --modversion "$module")
+pc_libdir=$(pkg-config --variable=libdir "$module")
+# Deliberately unquoted: pkg-config's output is a list of flags.
+# shellcheck disable=SC2046,SC2086
+${CXX:-c++} -std=c++17 ${NEREON_CONSUMER_FLAGS:-} -DNEREON_PACKAGE_VERSION="\"$pc_version\"" \
+    "$consumer_dir/main.cpp" -o "$work/consumer-pkgconfig" \
+    $(pkg-config --cflags --libs "$module") -Wl,-rpath,"$pc_libdir" > "$work/pkgconfig.log" 2>&1 \
+    || { cat "$work/pkgconfig.log" >&2; exit 1; }
+"$runner" "$work/consumer-pkgconfig"

@@ -27,6 +27,7 @@ class OpenGLWidgetPainter;
 class OpenGLWidget : public QOpenGLWidget, public QOpenGLFunctions
 {
 public:
+    /// Creates the widget with a multisampled surface format and the identity model transform.
     explicit OpenGLWidget(QWidget* parent = nullptr);
     ~OpenGLWidget() override;
 
@@ -37,8 +38,11 @@ public:
     /// absolute: replace the rotation (degrees, counter-clockwise); otherwise add to it.
     void rotate(float degrees, bool absolute);
 
+    /// The model scale.
     const Vec3<float>& getCurrentScale() const;
+    /// The model translation, clip units.
     const Vec3<float>& getCurrentTranslation() const;
+    /// The model rotation, degrees counter-clockwise.
     float getCurrentRotation() const;
     /// translation × scale × rotation, always up to date.
     const QMatrix4x4& getCurrentProjection();
@@ -46,7 +50,9 @@ public:
 protected:
     /// Resolves GL functions, readies the painter, then calls initialise().
     void initializeGL() override;
+    /// Does nothing; subclasses fit their model to the new size here.
     void resizeGL(int width, int height) override;
+    /// Paints nothing; subclasses draw their model and overlays here.
     void paintGL() override;
 
     /// GL set-up hook; the context is current and GL functions are resolved.

@@ -6,9 +6,9 @@ namespace Halcyra {
 template <typename T>
 struct Vec3
 {
-    T x{};
-    T y{};
-    T z{};
+    T x {}; ///< first component
+    T y {}; ///< second component
+    T z {}; ///< third component
 };
 
 } // namespace Halcyra

@@ -32,11 +32,17 @@ public:
     NereonImage(std::uint16_t width, std::uint16_t height, std::vector<std::uint8_t> intensities,
                 std::vector<std::int16_t> bearings, double range, double gain);
 
+    /// Number of beams.
     std::uint16_t getWidth() const;
+    /// Number of range lines.
     std::uint16_t getHeight() const;
+    /// The intensities, getWidth() × getHeight() bytes, row by row, row 0 nearest the sonar.
     const std::vector<std::uint8_t>& getData() const;
+    /// One bearing per beam in hundredths of a degree.
     const std::vector<std::int16_t>& getBearings() const;
+    /// Distance of the last range line in metres.
     double getRange() const;
+    /// The sonar's gain for this frame.
     double getGain() const;
 
 private:
