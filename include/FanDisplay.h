@@ -40,6 +40,7 @@ public:
 
     /// The magnifier; the caller places it in a widget tree, which then owns it.
     /// One still without a parent widget is destroyed with this display.
+    /// Null once the application has destroyed the magnifier.
     ZoomDisplay* getZoomDisplay();
     /// Reads out the look (palette, colours, overlays, mirror state and model transform), e.g. to save it.
     FanDisplayOptions::DisplaySettings getCurrentDisplaySettings() const;
@@ -50,7 +51,13 @@ public:
     void setTextColour(const QColor& colour);
     /// Font of the range labels and measurement text, from the next paint.
     void setFont(const QFont& font);
-    /// Background colour, from the next paint; the magnifier takes a slightly darker shade.
+    /**
+     * Background colour, from the next paint; the magnifier takes a slightly darker shade. With
+     * alpha below 255 the display is see-through: outside the fan it composites over whatever lies
+     * behind it in the window (for example a camera picture below it in a stacked layout), at that
+     * opacity. The display is then drawn on top of its sibling widgets, so nothing else should be
+     * placed over it.
+     */
     void setClearColour(const QColor& colour);
     /// Shows or hides the maker's and the product's logos, from the next paint.
     void setBranding(bool enabled);
@@ -67,6 +74,30 @@ public:
     void toggleOverlayFeature(FanDisplayOptions::OverlayFeature feature);
     /// Switches one overlay (range labels, arcs or lines) on or off.
     void setOverlayFeature(FanDisplayOptions::OverlayFeature feature, bool enabled);
+
+    /**
+     * Shows or hides the colour scale (hidden by default): a bar of the palette exactly as the fan
+     * shows it now (palette, modifier and the current thresholds), intensity rising from 0 % at
+     * its bottom to 100 % at its top, with tick labels in the overlay text font and colour. It
+     * takes the corner of the widget that the fan, its range labels and the logos leave most
+     * room in, and follows palette, modifier, threshold, rotation and size changes by itself.
+     */
+    void setColourScaleVisible(bool visible);
+    /// Whether the colour scale is shown.
+    bool isColourScaleVisible() const;
+    /// Colour of the range lines and arcs; rgb(128, 128, 128) by default.
+    void setRangeGridColour(const QColor& colour);
+    /// The colour given to setRangeGridColour(), whether or not the automatic grid colour replaces it.
+    QColor getRangeGridColour() const;
+    /**
+     * When on, the range lines and arcs are drawn in a grey chosen for the palette and thresholds
+     * shown, one that stands out from the palette's middle tones (contrast ratio of at least 3.5
+     * to 1 where any grey reaches it). The colour given to setRangeGridColour() returns when it
+     * is switched off. Off by default.
+     */
+    void setAutomaticGridColour(bool enabled);
+    /// Whether the range grid takes its colour from the palette shown.
+    bool isAutomaticGridColourEnabled() const;
 
 signals:
     /// Frames received in the last second that had any; emitted at the first frame of a new second.

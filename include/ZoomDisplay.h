@@ -16,7 +16,9 @@ class FanGeometryEngine;
  * The magnifier of a FanDisplay: redraws the display's current frame at one of
  * ten fixed zoom levels (4 to 10 times), turned with the display. Obtain it with
  * FanDisplay::getZoomDisplay() and place it in your widget tree, which then owns
- * it; it must not outlive its FanDisplay.
+ * it; it must not outlive its FanDisplay. Until the FanDisplay has set up its
+ * GL objects, and whenever the two GL contexts do not share objects, the
+ * magnifier shows only its background.
  *
  * It draws with GL objects created in the FanDisplay's context, so the two GL
  * contexts must share objects. Qt arranges that when both widgets are in the
@@ -60,6 +62,11 @@ protected:
     void paintGL() override;
 
 private:
+    friend class FanDisplay; // tells the magnifier when it is destroyed
+
+    /// From then on the magnifier draws only its background and asks nothing of its display.
+    void parentDisplayDestroyed();
+
     class ZoomDisplayPrivate;
     std::unique_ptr<ZoomDisplayPrivate> const d;
 };

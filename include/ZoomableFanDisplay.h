@@ -21,6 +21,9 @@ public:
     ~ZoomableFanDisplay() override;
 
     /// Requests a zoom level; animate: in ten steps over 300 ms, otherwise at once.
+    /// A level that is not a finite number (NaN, infinity) is ignored. Levels of 0
+    /// and below are taken: 0 shrinks the fan to a point at the centre of the view, a negative level
+    /// turns the view through 180 degrees about its centre.
     void setZoomLevel(float level, bool animate);
     /// The requested level, also while an animation is still running.
     float getZoomLevel() const;

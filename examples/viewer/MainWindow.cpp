@@ -204,6 +204,10 @@ QWidget* MainWindow::createDisplayControls()
     form->addRow(tr("Overlays"), labelsBox);
     form->addRow(QString(), arcsBox);
     form->addRow(QString(), linesBox);
+    colourScaleBox = new QCheckBox(tr("Colour scale"));
+    autoGridBox = new QCheckBox(tr("Automatic grid colour"));
+    form->addRow(QString(), colourScaleBox);
+    form->addRow(QString(), autoGridBox);
 
     measurementBox = new QComboBox;
 
@@ -313,6 +317,9 @@ void MainWindow::connectControls()
         const Options::OverlayFeature f = feature;
         connect(box, &QCheckBox::toggled, this, [this, f](bool on) { display->setOverlayFeature(f, on); });
     }
+    connect(
+        colourScaleBox, &QCheckBox::toggled, this, [this](bool on) { display->setColourScaleVisible(on); });
+    connect(autoGridBox, &QCheckBox::toggled, this, [this](bool on) { display->setAutomaticGridColour(on); });
     connect(measurementBox, comboChanged, this, [this](int index) {
         display->setMeasurementMode(static_cast<Options::MeasurementMode>(index));
         display->update();
@@ -541,6 +548,10 @@ void MainWindow::applyCommandLine(const ViewerOptions& commandLine)
         sonarConfiguration.beamCount = commandLine.beamCount;
     if (commandLine.zoomLevel > 0.0)
         display->setZoomLevel(static_cast<float>(commandLine.zoomLevel), false);
+    colourScaleBox->setChecked(commandLine.colourScale);
+    autoGridBox->setChecked(commandLine.automaticGridColour);
+    display->setColourScaleVisible(commandLine.colourScale);
+    display->setAutomaticGridColour(commandLine.automaticGridColour);
 
     // The controls set above are not connected yet: hand their values over now.
     display->setDespeckleLevel(despeckleBox->value());

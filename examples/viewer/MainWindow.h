@@ -91,6 +91,8 @@ private:
     QCheckBox* labelsBox = nullptr;
     QCheckBox* arcsBox = nullptr;
     QCheckBox* linesBox = nullptr;
+    QCheckBox* colourScaleBox = nullptr;
+    QCheckBox* autoGridBox = nullptr;
     QComboBox* measurementBox = nullptr;
     QComboBox* distanceUnitBox = nullptr;
     QComboBox* areaUnitBox = nullptr;

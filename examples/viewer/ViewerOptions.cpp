@@ -34,13 +34,16 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
     const QCommandLineOption fresh("no-settings", "Neither restore nor save the look.");
     const QCommandLineOption size("size", "Window size, e.g. 1280x800.", "WxH");
     const QCommandLineOption fanOnly("fan-only", "The screenshot shows only the fan display.");
+    const QCommandLineOption colourScale("colour-scale", "Show the colour scale.");
+    const QCommandLineOption autoGrid(
+        "auto-grid", "Draw the range grid in a grey that stands out from the palette.");
     const QCommandLineOption record("record", "Record the frames the viewer receives to <file>.", "file");
     const QCommandLineOption replay(
         "replay", "Replay the recording <file> instead of the simulated sonar.", "file");
     const QCommandLineOption speed(
         "speed", "Replay speed, 0.125 to 16 (default 1, the recorded pace).", "factor");
     parser.addOptions({ screenshot, frames, palette, modifier, beams, despeckle, clamp, zoom, feet, fresh,
-        size, fanOnly, record, replay, speed });
+        size, fanOnly, colourScale, autoGrid, record, replay, speed });
 
     if (!parser.parse(arguments)) {
         options.error = parser.errorText();
@@ -104,6 +107,8 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
         return fail("--replay needs a file");
     options.feet = parser.isSet(feet);
     options.fanOnly = parser.isSet(fanOnly);
+    options.colourScale = parser.isSet(colourScale);
+    options.automaticGridColour = parser.isSet(autoGrid);
     options.useSavedSettings = !parser.isSet(fresh) && options.screenshotPath.isEmpty();
     if (!parser.positionalArguments().isEmpty())
         return fail("unexpected argument " + parser.positionalArguments().first());

@@ -18,6 +18,8 @@ struct ViewerOptions
     bool feet = false;
     bool useSavedSettings = true;
     bool fanOnly = false; ///< the screenshot shows only the fan display
+    bool colourScale = false; ///< show the colour scale
+    bool automaticGridColour = false; ///< grid in a grey that stands out from the palette
     QSize windowSize;
     QString recordPath; ///< record the frames received to this file
     QString replayPath; ///< replay this recording instead of the simulated sonar

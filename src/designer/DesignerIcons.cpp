@@ -1,9 +1,9 @@
 #include "DesignerIcons.h"
 
-#include <QConicalGradient>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPixmap>
+#include <QRadialGradient>
 
 #include <algorithm>
 
@@ -11,21 +11,21 @@ namespace {
 
 void paintFan(QPainter& painter, const QRectF& box)
 {
-    // The sonar at the bottom centre, a 130° sector opening upwards.
-    const QPointF apex(box.center().x(), box.bottom() - box.height() * 0.06);
-    const double radius = box.height() * 0.9;
+    // The sonar at the bottom centre, a 130° sector opening upwards; as wide as
+    // the box allows, since the sector is wider than it is tall.
+    const double radius = std::min(box.width() * 0.54, box.height() * 0.9);
+    const QPointF apex(box.center().x(), box.bottom() - (box.height() - radius) / 2.0);
     const QRectF circle(apex.x() - radius, apex.y() - radius, 2 * radius, 2 * radius);
     QPainterPath fan(apex);
     fan.arcTo(circle, 25.0, 130.0);
     fan.closeSubpath();
 
-    QConicalGradient colours(apex, 25.0);
-    colours.setColorAt(0.0, QColor(20, 40, 160));
-    colours.setColorAt(0.12, QColor(0, 170, 200));
-    colours.setColorAt(0.22, QColor(240, 220, 40));
-    colours.setColorAt(0.3, QColor(220, 40, 30));
-    colours.setColorAt(0.37, QColor(20, 40, 160));
-    colours.setColorAt(1.0, QColor(20, 40, 160));
+    // Echoes strengthening with range, in the default palette's colours.
+    QRadialGradient colours(apex, radius);
+    colours.setColorAt(0.0, QColor(10, 20, 110));
+    colours.setColorAt(0.45, QColor(0, 150, 210));
+    colours.setColorAt(0.75, QColor(240, 220, 40));
+    colours.setColorAt(1.0, QColor(220, 50, 30));
     painter.setPen(Qt::NoPen);
     painter.setBrush(colours);
     painter.drawPath(fan);

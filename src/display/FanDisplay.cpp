@@ -26,8 +26,6 @@ namespace {
 // QT_LOGGING_RULES="ternwick.nereon.visualisation.frames.warning=true".
 Q_LOGGING_CATEGORY(lcFrames, "ternwick.nereon.visualisation.frames", QtCriticalMsg)
 
-const QColor rangeGridColour(128, 128, 128);
-
 /// Why the engine could not take the frame safely, or null when it can.
 const char* frameRejectionReason(const NereonImage& image, int maxTextureSize)
 {
@@ -94,6 +92,8 @@ FanDisplay::~FanDisplay()
     ZoomDisplay* zoom = d->liveZoomDisplay();
     if (zoom && !zoom->parentWidget())
         delete zoom;
+    else if (zoom)
+        zoom->parentDisplayDestroyed(); // placed by the application, which may destroy it later
 
     // isValid() is false when no context was ever created: nothing to release then.
     if (isValid()) {
@@ -105,7 +105,7 @@ FanDisplay::~FanDisplay()
 
 ZoomDisplay* FanDisplay::getZoomDisplay()
 {
-    return d->zoomDisplay;
+    return d->liveZoomDisplay();
 }
 
 FanDisplayOptions::DisplaySettings FanDisplay::getCurrentDisplaySettings() const
@@ -154,6 +154,18 @@ void FanDisplay::setClearColour(const QColor& colour)
 {
     d->clearColour = colour;
     d->clearColourChanged = true;
+
+    // A translucent picture only shows what lies behind it when it is composited over
+    // its siblings rather than first, under them. An application's own choice of the
+    // attribute is left alone.
+    const bool seeThrough = colour.isValid() && colour.alpha() < 255;
+    if (seeThrough != d->stacksOnTopForTranslucency && seeThrough != testAttribute(Qt::WA_AlwaysStackOnTop)) {
+        setAttribute(Qt::WA_AlwaysStackOnTop, seeThrough);
+        d->stacksOnTopForTranslucency = seeThrough;
+        // The window composes its GL widgets in another order now.
+        if (QWidget* top = window(); top && top != this)
+            top->update();
+    }
     if (ZoomDisplay* zoom = d->liveZoomDisplay())
         zoom->setClearColour(colour.darker(120));
 }
@@ -221,6 +233,39 @@ void FanDisplay::setOverlayFeature(FanDisplayOptions::OverlayFeature feature, bo
         break;
     }
     update();
+}
+
+void FanDisplay::setColourScaleVisible(bool visible)
+{
+    d->colourScaleVisible = visible;
+    update();
+}
+
+bool FanDisplay::isColourScaleVisible() const
+{
+    return d->colourScaleVisible;
+}
+
+void FanDisplay::setRangeGridColour(const QColor& colour)
+{
+    d->rangeGridColour = colour;
+    update();
+}
+
+QColor FanDisplay::getRangeGridColour() const
+{
+    return d->rangeGridColour;
+}
+
+void FanDisplay::setAutomaticGridColour(bool enabled)
+{
+    d->automaticGridColour = enabled;
+    update();
+}
+
+bool FanDisplay::isAutomaticGridColourEnabled() const
+{
+    return d->automaticGridColour;
 }
 
 void FanDisplay::newImageReceived(const NereonImage& image)
@@ -398,12 +443,13 @@ void FanDisplay::paintGL()
 
     d->geometryEngine.drawFanImage(getCurrentProjection());
 
+    const QColor gridColour = d->gridColourForPaint();
     if (d->showRangeLines)
-        overlay.drawLines(d->geometryEngine.getRangeLineVertices(), 1, rangeGridColour, false, false, false);
+        overlay.drawLines(d->geometryEngine.getRangeLineVertices(), 1, gridColour, false, false, false);
     if (d->showRangeArcs) {
         const std::vector<std::vector<float>> arcs = d->geometryEngine.getRangeArcVertices();
         for (const std::vector<float>& arc : arcs)
-            overlay.drawLines(arc, 1, rangeGridColour, false, true, false);
+            overlay.drawLines(arc, 1, gridColour, false, true, false);
     }
     if (d->showRangeLabels) {
         for (const RangeLabelParams& label : d->geometryEngine.getRangeLabelParams(rotation))
@@ -415,9 +461,12 @@ void FanDisplay::paintGL()
         d->tool->displayMeasurement(overlay);
 
     if (d->zoomDisplayIsVisible()) {
-        d->zoomDisplay->update();
+        d->liveZoomDisplay()->update();
         d->zoomDisplayOutline.draw(overlay);
     }
+
+    if (d->colourScaleVisible)
+        d->drawColourScale(*this);
 
     if (!d->brandingEnabled)
         return;
@@ -559,6 +608,40 @@ void FanDisplay::FanDisplayPrivate::renderLogoImages(int widgetHeight)
     nereonLogo.setColour(nereonLogoColour);
     nereonLogo.setFixedSize(logoWidth(nereonLogo.getSvgSize()), logoHeight);
     nereonLogoImage = nereonLogo.grab().toImage();
+}
+
+QColor FanDisplay::FanDisplayPrivate::gridColourForPaint()
+{
+    if (!automaticGridColour)
+        return rangeGridColour;
+    const FanDisplayOptions::Palette palette = geometryEngine.getPalette();
+    const unsigned char modifier = geometryEngine.getPaletteModifier();
+    const float lower = geometryEngine.getLowerThreshold();
+    const float upper = geometryEngine.getUpperThreshold();
+    if (!gridPalette || !gridPalette->isFor(palette, modifier, lower, upper)) {
+        gridPalette.emplace(palette, modifier, lower, upper);
+        chosenGridColour = gridPalette->contrastingGridColour();
+    }
+    return chosenGridColour;
+}
+
+void FanDisplay::FanDisplayPrivate::drawColourScale(FanDisplay& display)
+{
+    ColourScale::Scene scene;
+    scene.size = display.size();
+    scene.devicePixelRatio = display.devicePixelRatioF();
+    scene.projection = display.getCurrentProjection();
+    scene.rotation = display.getCurrentRotation();
+    // Without a unit no range label is drawn, so none needs room.
+    scene.rangeLabelsShown = showRangeLabels && distanceUnit;
+    scene.font = font;
+    scene.textColour = textColour;
+    if (brandingEnabled) {
+        // The logos stand at the top, one twelfth of the height tall, inside a 2.5 % margin.
+        const double logoBottom = 0.025 * display.height() + display.height() / 12;
+        scene.reserved.emplace_back(0.0, 0.0, display.width(), logoBottom);
+    }
+    colourScale.draw(display.painter(), geometryEngine, scene);
 }
 
 } // namespace Halcyra::Nereon::Visualisation

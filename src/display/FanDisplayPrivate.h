@@ -2,6 +2,7 @@
 
 #include "FanDisplay.h"
 #include "ZoomDisplay.h"
+#include "display/ColourScale.h"
 #include "engine/FanGeometryEngine.h"
 #include "measuring/MeasuringToolBase.h"
 #include "measuring/StraightLineMeasure.h"
@@ -15,6 +16,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace Halcyra::Nereon::Visualisation {
 
@@ -35,6 +37,10 @@ public:
     void emitMousePosition(FanDisplay& display, const QPointF& g);
     /// Renders both logos at one twelfth of the widget's height.
     void renderLogoImages(int widgetHeight);
+    /// The colour of the range lines and arcs for this paint.
+    QColor gridColourForPaint();
+    /// Draws the colour scale over what has been painted so far.
+    void drawColourScale(FanDisplay& display);
 
     // Construction follows this order: the magnifier only keeps references to
     // the engine and the display, so it may be created before the engine.
@@ -73,6 +79,16 @@ public:
     // context exists.
     int maxTextureSize = 2048;
     bool glInitialised = false;
+
+    // Optional extras, all off by default.
+    bool colourScaleVisible = false;
+    ColourScale colourScale;
+    QColor rangeGridColour = QColor(128, 128, 128);
+    bool automaticGridColour = false;
+    std::optional<Palettes::ShownPalette> gridPalette; // what the automatic grid colour was chosen for
+    QColor chosenGridColour;
+    // Whether this display set Qt::WA_AlwaysStackOnTop itself, for a see-through clear colour.
+    bool stacksOnTopForTranslucency = false;
 };
 
 } // namespace Halcyra::Nereon::Visualisation

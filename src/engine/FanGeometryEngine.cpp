@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <locale>
 #include <sstream>
 
 namespace Halcyra::Nereon::Visualisation {
@@ -35,11 +34,11 @@ float rowCoordinateOfPalette(FanDisplayOptions::Palette palette)
     return 0.5f;
 }
 
-// Numbers of the range labels: one decimal, independent of the global locale.
+// Numbers of the range labels: one decimal, punctuated as the application's
+// global C++ locale writes numbers.
 std::string formatDistance(double value)
 {
     std::ostringstream stream;
-    stream.imbue(std::locale::classic());
     stream.setf(std::ios::fixed, std::ios::floatfield);
     stream.precision(1);
     stream << value;

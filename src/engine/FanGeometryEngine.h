@@ -79,6 +79,12 @@ public:
     void initPalettes();
     void setPalette(FanDisplayOptions::Palette palette);
     void setPaletteModifier(unsigned char modifier);
+    /// The selected palette and, for Fire or Aqua, its modifier (0 for the fixed palettes).
+    FanDisplayOptions::Palette getPalette() const { return palette; }
+    unsigned char getPaletteModifier() const { return getCurrentDisplaySettings().paletteModifier; }
+    /// The smoothed intensity bounds (0..1) between which intensities are clamped before colouring.
+    float getLowerThreshold() const { return lowerThreshold; }
+    float getUpperThreshold() const { return upperThreshold; }
 
     // Geometry
     void calculateFanGeometry();

@@ -3,7 +3,6 @@
 #include "FanDisplay.h"
 #include "units/AbstractUnit.h"
 
-#include <locale>
 #include <sstream>
 
 namespace Halcyra::Nereon::Visualisation {
@@ -49,9 +48,8 @@ void MeasuringToolBase::setUnit(const DataProcessing::Units::AbstractUnit* newUn
 
 std::string MeasuringToolBase::formatLabel(const char* prefix, float value, const char* baseSymbol) const
 {
+    // Punctuated as the application's global C++ locale writes numbers.
     std::ostringstream stream;
-    // The operator's locale must not turn the decimal point into a comma.
-    stream.imbue(std::locale::classic());
     stream.setf(std::ios::fixed, std::ios::floatfield);
     stream.precision(2);
     stream << prefix;

@@ -33,7 +33,13 @@ std::uint8_t blend(int from, int to, double f)
 
 void AquaPalette::generatePalette()
 {
-    const int m = getModifier();
+    const std::array<std::uint8_t, 256 * 4> entries = computeEntries(getModifier());
+    setData(QOpenGLTexture::RGBA, QOpenGLTexture::UInt8, static_cast<const void*>(entries.data()));
+}
+
+std::array<std::uint8_t, 256 * 4> AquaPalette::computeEntries(unsigned char modifier)
+{
+    const int m = modifier;
 
     std::array<std::uint8_t, 256 * 4> entries {};
     for (int i = 0; i < 256; ++i) {
@@ -48,7 +54,7 @@ void AquaPalette::generatePalette()
         entry[2] = blend(from.blue, to.blue, f);
         entry[3] = 255;
     }
-    setData(QOpenGLTexture::RGBA, QOpenGLTexture::UInt8, static_cast<const void*>(entries.data()));
+    return entries;
 }
 
 } // namespace Halcyra::Nereon::Visualisation::Palettes

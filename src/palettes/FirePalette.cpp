@@ -19,7 +19,13 @@ std::uint8_t scaledTo255(int numerator, int divisor)
 
 void FirePalette::generatePalette()
 {
-    const int knee = getModifier();
+    const std::array<std::uint8_t, 256 * 4> entries = computeEntries(getModifier());
+    setData(QOpenGLTexture::RGBA, QOpenGLTexture::UInt8, static_cast<const void*>(entries.data()));
+}
+
+std::array<std::uint8_t, 256 * 4> FirePalette::computeEntries(unsigned char modifier)
+{
+    const int knee = modifier;
     const int whiteStart = knee + (255 - knee) / 2;
 
     std::array<std::uint8_t, 256 * 4> entries {};
@@ -35,7 +41,7 @@ void FirePalette::generatePalette()
         entry[2] = i < whiteStart ? 0 : scaledTo255(i - whiteStart, 255 - whiteStart);
         entry[3] = 255;
     }
-    setData(QOpenGLTexture::RGBA, QOpenGLTexture::UInt8, static_cast<const void*>(entries.data()));
+    return entries;
 }
 
 } // namespace Halcyra::Nereon::Visualisation::Palettes

@@ -2,6 +2,9 @@
 
 #include "palettes/AbstractDynamicPalette.h"
 
+#include <array>
+#include <cstdint>
+
 namespace Halcyra::Nereon::Visualisation::Palettes {
 
 /**
@@ -12,6 +15,9 @@ class FirePalette : public AbstractDynamicPalette
 {
 public:
     void generatePalette() override;
+
+    /// The 256 entries (red, green, blue, alpha) for a modifier, as uploaded.
+    static std::array<std::uint8_t, 256 * 4> computeEntries(unsigned char modifier);
 };
 
 } // namespace Halcyra::Nereon::Visualisation::Palettes

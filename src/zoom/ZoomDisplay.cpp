@@ -6,6 +6,7 @@
 #include "zoom/ZoomDisplayPrivate.h"
 
 #include <QMatrix4x4>
+#include <QOpenGLContext>
 #include <QResizeEvent>
 
 #include <cmath>
@@ -31,7 +32,7 @@ void ZoomDisplay::ZoomDisplayPrivate::applyZoom(ZoomDisplay& display)
     display.scale(level, level, 1.0f, true);
     const QPointF moved = display.getCurrentProjection().map(centre);
     display.translate(static_cast<float>(-moved.x()), static_cast<float>(-moved.y()), 0.0f, false);
-    parentDisplay.update();
+    requestUpdate(display);
 }
 
 Vec3<float> ZoomDisplay::ZoomDisplayPrivate::getDefaultTranslation(float rotation) const
@@ -59,6 +60,22 @@ QPointF ZoomDisplay::ZoomDisplayPrivate::pixelsToGL(const QPointF& pixel, const 
     const double width = display.width();
     const double height = display.height();
     return { 2.0 * pixel.x() / width - 1.0, 1.0 - 2.0 * pixel.y() / height };
+}
+
+bool ZoomDisplay::ZoomDisplayPrivate::engineIsReady(const ZoomDisplay& display) const
+{
+    if (parentDisplayDestroyed || !parentDisplay.isValid())
+        return false;
+    // Objects of another share group would be foreign names here.
+    return QOpenGLContext::areSharing(display.context(), parentDisplay.context());
+}
+
+void ZoomDisplay::ZoomDisplayPrivate::requestUpdate(ZoomDisplay& display)
+{
+    if (parentDisplayDestroyed)
+        display.update();
+    else
+        parentDisplay.update();
 }
 
 ZoomDisplay::ZoomDisplay(FanGeometryEngine& geometryEngine, FanDisplay& parentDisplay)
@@ -94,13 +111,13 @@ void ZoomDisplay::reset()
     translate(translation.x, translation.y, translation.z, true);
     d->zoomLevelIndex = 0;
     scale(ZoomDisplayPrivate::ZoomLevels[0], ZoomDisplayPrivate::ZoomLevels[0], 1.0f, true);
-    d->parentDisplay.update();
+    d->requestUpdate(*this);
 }
 
 void ZoomDisplay::pan(float x, float y, bool absolute)
 {
     translate(x, y, 0.0f, absolute);
-    d->parentDisplay.update();
+    d->requestUpdate(*this);
 }
 
 void ZoomDisplay::setRotation(float degrees)
@@ -135,12 +152,26 @@ void ZoomDisplay::initialise()
 void ZoomDisplay::resizeEvent(QResizeEvent* event)
 {
     QOpenGLWidget::resizeEvent(event);
-    const QSize oldSize = event->oldSize();
-    if (oldSize.width() > 0) {
-        // One fan unit keeps its size in pixels: a larger widget shows more.
-        scale(static_cast<float>(oldSize.width()) / static_cast<float>(width()),
-            static_cast<float>(oldSize.height()) / static_cast<float>(height()), 1.0f, false);
+
+    // One fan unit keeps its size in pixels: a larger widget shows more. Each
+    // direction is scaled against its last size above zero, so an empty size
+    // on the way changes nothing. The first resize (no old size) only records.
+    QSize& last = d->lastVisibleSize;
+    const bool scaleToSize = event->oldSize().isValid();
+    float scaleX = 1.0f;
+    float scaleY = 1.0f;
+    if (width() > 0) {
+        if (scaleToSize && last.width() > 0)
+            scaleX = static_cast<float>(last.width()) / static_cast<float>(width());
+        last.setWidth(width());
     }
+    if (height() > 0) {
+        if (scaleToSize && last.height() > 0)
+            scaleY = static_cast<float>(last.height()) / static_cast<float>(height());
+        last.setHeight(height());
+    }
+    if (scaleX != 1.0f || scaleY != 1.0f)
+        scale(scaleX, scaleY, 1.0f, false);
 }
 
 void ZoomDisplay::paintGL()
@@ -151,9 +182,17 @@ void ZoomDisplay::paintGL()
         d->clearColourChanged = false;
     }
     glClear(GL_COLOR_BUFFER_BIT);
+    // The magnifier may be shown before its display, or apart from it.
+    if (!d->engineIsReady(*this))
+        return;
     // A QPainter in an earlier frame may have left multisampling off.
     glEnable(GL_MULTISAMPLE);
     d->geometryEngine.drawFanImage(getCurrentProjection());
+}
+
+void ZoomDisplay::parentDisplayDestroyed()
+{
+    d->parentDisplayDestroyed = true;
 }
 
 } // namespace Halcyra::Nereon::Visualisation

@@ -6,6 +6,7 @@
 #include <QColor>
 #include <QRectF>
 
+#include <cmath>
 #include <vector>
 
 namespace Halcyra::Nereon::Visualisation {
@@ -35,6 +36,8 @@ ZoomDisplayOutline::ZoomDisplayOutline(ZoomDisplay* display)
 
 bool ZoomDisplayOutline::pointIsWithinBounds(const QPointF& point, const QMatrix4x4& projection) const
 {
+    if (!zoomDisplay)
+        return false;
     const QMatrix4x4 toFan = zoomDisplay->getCurrentProjection().inverted();
     const QRectF outer = displayRectangle(toFan, projection, OuterBand);
     const QRectF inner = displayRectangle(toFan, projection, InnerBand);
@@ -43,6 +46,8 @@ bool ZoomDisplayOutline::pointIsWithinBounds(const QPointF& point, const QMatrix
 
 void ZoomDisplayOutline::beginDrag(const QPointF& point)
 {
+    if (!zoomDisplay)
+        return;
     beingDragged = true;
     dragStart = getRotationlessProjection().map(point);
 }
@@ -51,11 +56,19 @@ void ZoomDisplayOutline::updateDrag(const QPointF& point)
 {
     if (!beingDragged)
         return;
+    if (!zoomDisplay) {
+        beingDragged = false;
+        return;
+    }
     // Mapped with the translation the previous updates already added, so the
     // total shift always equals the pointer's displacement since beginDrag.
     const QPointF current = getRotationlessProjection().map(point);
-    zoomDisplay->pan(static_cast<float>(dragStart.x() - current.x()),
-        static_cast<float>(dragStart.y() - current.y()), false);
+    const auto dx = static_cast<float>(dragStart.x() - current.x());
+    const auto dy = static_cast<float>(dragStart.y() - current.y());
+    // A display without size or scale gives no position; the region stays where it is.
+    if (!std::isfinite(dx) || !std::isfinite(dy))
+        return;
+    zoomDisplay->pan(dx, dy, false);
 }
 
 void ZoomDisplayOutline::endDrag()
@@ -65,11 +78,13 @@ void ZoomDisplayOutline::endDrag()
 
 bool ZoomDisplayOutline::isBeingDragged() const
 {
-    return beingDragged;
+    return beingDragged && zoomDisplay;
 }
 
 QMatrix4x4 ZoomDisplayOutline::getRotationlessProjection() const
 {
+    if (!zoomDisplay)
+        return QMatrix4x4();
     const Vec3<float>& translation = zoomDisplay->getCurrentTranslation();
     const Vec3<float>& scale = zoomDisplay->getCurrentScale();
     QMatrix4x4 translationMatrix;
@@ -81,6 +96,8 @@ QMatrix4x4 ZoomDisplayOutline::getRotationlessProjection() const
 
 void ZoomDisplayOutline::draw(GUI::Widgets::Bases::OpenGLWidgetPainter& painter)
 {
+    if (!zoomDisplay)
+        return;
     const QMatrix4x4 toFan = zoomDisplay->getCurrentProjection().inverted();
     const QPointF corners[] = { { -1.0, 1.0 }, { 1.0, 1.0 }, { 1.0, -1.0 }, { -1.0, -1.0 } };
     std::vector<float> vertices;

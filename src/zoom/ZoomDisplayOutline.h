@@ -2,6 +2,7 @@
 
 #include <QMatrix4x4>
 #include <QPointF>
+#include <QPointer>
 
 namespace Halcyra::GUI::Widgets::Bases {
 class OpenGLWidgetPainter;
@@ -15,6 +16,10 @@ class ZoomDisplay;
  * Marks the magnifier's region on the fan display as a rectangle and lets the
  * user drag it. Holds no geometry of its own: everything is derived from the
  * magnifier's current transform.
+ *
+ * The application owns the magnifier once it has placed it and may destroy it
+ * at any time; the outline then has nothing to mark: it is not drawn, is never
+ * hit, and a drag in progress ends.
  */
 class ZoomDisplayOutline
 {
@@ -27,13 +32,15 @@ public:
     void beginDrag(const QPointF& point);
     void updateDrag(const QPointF& point);
     void endDrag();
+    /// A drag is in progress and its magnifier still exists.
     bool isBeingDragged() const;
-    /// The magnifier's transform without its rotation: translation × scale.
+    /// The magnifier's transform without its rotation: translation × scale
+    /// (the identity once the magnifier is gone).
     QMatrix4x4 getRotationlessProjection() const;
     void draw(GUI::Widgets::Bases::OpenGLWidgetPainter& painter);
 
 private:
-    ZoomDisplay* zoomDisplay;
+    QPointer<ZoomDisplay> zoomDisplay;
     bool beingDragged = false;
     QPointF dragStart;
 };

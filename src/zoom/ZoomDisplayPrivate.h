@@ -5,6 +5,7 @@
 
 #include <QColor>
 #include <QPointF>
+#include <QSize>
 
 #include <array>
 #include <cstdint>
@@ -30,12 +31,25 @@ public:
     /// translation turned by angle degrees about the origin.
     Vec3<float> calculateTranslation(const Vec3<float>& translation, float angle) const;
     QPointF pixelsToGL(const QPointF& pixel, const ZoomDisplay& display) const;
+    /// Whether the fan display's engine has its GL objects and they can be used
+    /// from the magnifier's context: the display is initialised and the two
+    /// contexts share objects.
+    bool engineIsReady(const ZoomDisplay& display) const;
+    /// Asks the fan display to repaint, or only the magnifier once the display is gone.
+    void requestUpdate(ZoomDisplay& display);
 
     FanGeometryEngine& geometryEngine;
     FanDisplay& parentDisplay;
     QColor clearColour = QColor(QStringLiteral("white"));
     bool clearColourChanged = false;
     std::int32_t zoomLevelIndex = 0;
+
+    // The last width and height above zero. A resize scales against these, so
+    // that passing through an empty size neither divides by zero nor loses the
+    // picture's size in pixels.
+    QSize lastVisibleSize = QSize(0, 0);
+    // Set by the fan display's destructor: the references above are dangling then.
+    bool parentDisplayDestroyed = false;
 };
 
 } // namespace Halcyra::Nereon::Visualisation

@@ -6,6 +6,8 @@
 #include <QPointF>
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 
 namespace Halcyra::Nereon::Visualisation {
 
@@ -29,27 +31,42 @@ void recentre(OpenGLWidget& widget, const QPointF& fanPoint)
     widget.translate(static_cast<float>(-moved.x()), static_cast<float>(-moved.y()), 0.0f, false);
 }
 
+/// Compared bit for bit: a level so large that the view overflows must not
+/// count as a change at every paint (a NaN never equals itself).
 bool sameTransform(const Vec3<float>& scale, const Vec3<float>& translation, OpenGLWidget& widget)
 {
-    const Vec3<float>& s = widget.getCurrentScale();
-    const Vec3<float>& t = widget.getCurrentTranslation();
-    return s.x == scale.x && s.y == scale.y && s.z == scale.z && t.x == translation.x && t.y == translation.y
-        && t.z == translation.z;
+    const Vec3<float> s = widget.getCurrentScale();
+    const Vec3<float> t = widget.getCurrentTranslation();
+    const float before[] = { scale.x, scale.y, scale.z, translation.x, translation.y, translation.z };
+    const float after[] = { s.x, s.y, s.z, t.x, t.y, t.z };
+    return std::memcmp(before, after, sizeof before) == 0;
 }
 
 } // namespace
 
-void ZoomableFanDisplay::ZoomableFanDisplayPrivate::stepAnimation(ZoomableFanDisplay& display)
+void ZoomableFanDisplay::ZoomableFanDisplayPrivate::changeLevel(ZoomableFanDisplay& display, float previous)
 {
+    if (previous == 0.0f) {
+        // A view at level 0 has no extent to scale from: fit afresh at the new
+        // level, which is what the ratio would give for any other level.
+        display.resizeGL(display.width(), display.height());
+        display.update();
+        return;
+    }
     const QPointF centre = viewCentre(display);
-    const float previous = currentZoomLevel;
-    const float next = previous - zoomStep;
-    // Never step past the target, whichever way the animation runs.
-    currentZoomLevel = zoomLevel > previous ? std::min(zoomLevel, next) : std::max(zoomLevel, next);
     const Vec3<float> scale = display.getCurrentScale();
     display.scale(scale.x / previous * currentZoomLevel, scale.y / previous * currentZoomLevel, 1.0f, true);
     recentre(display, centre);
     display.update();
+}
+
+void ZoomableFanDisplay::ZoomableFanDisplayPrivate::stepAnimation(ZoomableFanDisplay& display)
+{
+    const float previous = currentZoomLevel;
+    const float next = previous - zoomStep;
+    // Never step past the target, whichever way the animation runs.
+    currentZoomLevel = zoomLevel > previous ? std::min(zoomLevel, next) : std::max(zoomLevel, next);
+    changeLevel(display, previous);
     if (currentZoomLevel == zoomLevel)
         zoomTimer.stop();
 }
@@ -67,6 +84,10 @@ ZoomableFanDisplay::~ZoomableFanDisplay() = default;
 
 void ZoomableFanDisplay::setZoomLevel(float level, bool animate)
 {
+    // NaN or infinity would leave the view without a scale to come back from.
+    if (!std::isfinite(level))
+        return;
+
     if (animate) {
         // Starts from the previous target, even if an animation is still under way.
         const float previous = d->zoomLevel;
@@ -79,14 +100,10 @@ void ZoomableFanDisplay::setZoomLevel(float level, bool animate)
 
     if (d->zoomTimer.isActive())
         d->zoomTimer.stop();
-    const QPointF centre = viewCentre(*this);
-    const Vec3<float> scale = getCurrentScale();
     const float previous = d->zoomLevel;
     d->zoomLevel = level;
     d->currentZoomLevel = level;
-    this->scale(scale.x / previous * level, scale.y / previous * level, 1.0f, true);
-    recentre(*this, centre);
-    update();
+    d->changeLevel(*this, previous);
 }
 
 float ZoomableFanDisplay::getZoomLevel() const
@@ -96,6 +113,10 @@ float ZoomableFanDisplay::getZoomLevel() const
 
 void ZoomableFanDisplay::resizeGL(int width, int height)
 {
+    // Nothing to fit; the fan display keeps its last fit then, which must not
+    // be magnified again at every paint.
+    if (width <= 0 || height <= 0)
+        return;
     const Vec3<float> scaleBefore = getCurrentScale();
     const Vec3<float> translationBefore = getCurrentTranslation();
 

@@ -48,7 +48,7 @@ void referenceThresholds(const std::vector<std::uint8_t>& data, float clamp, flo
         upper = float(b) / 255.0f * 0.2f + 0.8f * upper;
 }
 
-// A decimal comma, to show that labels do not follow the global locale's punctuation.
+// A decimal comma, as in a German global locale.
 struct CommaDecimal : std::numpunct<char>
 {
     char do_decimal_point() const override { return ','; }
@@ -225,7 +225,7 @@ private slots:
         engine->setDistanceUnit(&metres);
         engine->processNewImage(uniformFrame(256, 8, 12.34, 0));
 
-        // The application's global locale must not turn the point into a comma.
+        // Numbers are written as the application's global locale writes them.
         const std::locale previous
             = std::locale::global(std::locale(std::locale::classic(), new CommaDecimal));
         // Turned by 90 degrees, the left-hand labels would read upside down, so they are flipped.
@@ -234,7 +234,7 @@ private slots:
         QCOMPARE(labels.size(), std::size_t(10));
         const RangeLabelParams &right = labels[8], &left = labels[9];
         QVERIFY(right.angle == -65 && left.angle == -115 && !right.screenCoordinates);
-        QVERIFY(int(right.anchor) == 16 && int(left.anchor) == 16 && right.text == " 12.3m"
+        QVERIFY(int(right.anchor) == 16 && int(left.anchor) == 16 && right.text == " 12,3m"
             && left.text == right.text);
         QVERIFY(near(right.x, 0.90631) && near(right.y, 0.42262) && near(left.x, -0.90631));
     }

@@ -62,10 +62,13 @@ protected:
     }
 };
 
-class CommaDecimal : public std::numpunct<char>
+// Numbers as a German locale writes them, without depending on installed locales.
+class GermanNumbers : public std::numpunct<char>
 {
 protected:
     char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
 };
 
 } // namespace
@@ -171,6 +174,18 @@ private slots:
         tool.setUnit(&feet);
         measure(tool, QPointF(0, 0), QPointF(0, 0.75));
         QCOMPARE(Probe::read(tool).label, QStringLiteral("Distance: 24.61ft"));
+
+        // Numbers are written as the application's global locale writes them.
+        const TestSupport::ScaledUnit metres = TestSupport::metres();
+        tool.setUnit(&metres);
+        const std::locale previous
+            = std::locale::global(std::locale(std::locale::classic(), new GermanNumbers));
+        const QString label = Probe::read(tool).label;
+        measure(tool, QPointF(0, 0), QPointF(0, 1000));
+        const QString longLabel = Probe::read(tool).label;
+        std::locale::global(previous);
+        QCOMPARE(label, QStringLiteral("Distance: 7,50m"));
+        QCOMPARE(longLabel, QStringLiteral("Distance: 10.000,00m"));
     }
 };
 
@@ -178,8 +193,6 @@ int main(int argc, char** argv)
 {
     TestSupport::useTestSurfaceFormat();
     QApplication app(argc, argv);
-    // An operator's locale with a decimal comma must not reach the labels.
-    std::locale::global(std::locale(std::locale::classic(), new CommaDecimal));
     TestMeasuring test;
     return QTest::qExec(&test, argc, argv);
 }

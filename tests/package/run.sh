@@ -60,14 +60,16 @@ cmake --build "$work/consumer" > "$work/build.log" 2>&1 || { cat "$work/build.lo
 "$runner" "$work/consumer/consumer"
 
 echo "== build and run the consumer with pkg-config"
-pc_file=$(find "$prefix" -name 'ternwick-nereon-visualisation.pc' | head -n 1)
+# The module is named after the library file.
+module=$(basename "$library" .so.2)
+module=${module#lib}
+pc_file=$(find "$prefix" -name "$module.pc" | head -n 1)
 if [ -z "$pc_file" ]; then
-    echo "FAIL: ternwick-nereon-visualisation.pc is not installed" >&2
+    echo "FAIL: $module.pc is not installed" >&2
     exit 1
 fi
 export PKG_CONFIG_PATH=$(dirname "$pc_file")
 unset PKG_CONFIG_LIBDIR
-module=ternwick-nereon-visualisation
 pc_version=$(pkg-config --modversion "$module")
 pc_libdir=$(pkg-config --variable=libdir "$module")
 # Deliberately unquoted: pkg-config's output is a list of flags.

@@ -6,7 +6,10 @@
 #include "zoom/ZoomDisplayOutline.h"
 
 #include <QApplication>
+#include <QDockWidget>
 #include <QElapsedTimer>
+#include <QHBoxLayout>
+#include <QMainWindow>
 #include <QtTest>
 
 #include <cmath>
@@ -33,6 +36,50 @@ QPointF translationOf(const OpenGLWidget& widget)
     QVERIFY2(QLineF((actual), (expected)).length() <= (tolerance),                                           \
         qPrintable(QString::asprintf(#actual " is (%.9g, %.9g)", (actual).x(), (actual).y())))
 
+/// The pixel of a widget's framebuffer picture that shows a fan point.
+QPoint pixelOf(OpenGLWidget& widget, const QImage& image, QPointF fanPoint)
+{
+    const QPointF clip = widget.getCurrentProjection().map(fanPoint);
+    return QPoint(int((clip.x() + 1.0) / 2.0 * image.width()), int((1.0 - clip.y()) / 2.0 * image.height()));
+}
+
+// Inside the magnifier's default region, clear of the range grid.
+const QPointF probePoint(0.1, 0.3);
+// The magnifier's background until the application sets another.
+const QColor magnifierBackground(77, 77, 77);
+
+/// Whether the magnifier shows its background only, where the fan would be.
+bool showsBackground(ZoomDisplay* zoom)
+{
+    const QImage image = zoom->grabFramebuffer();
+    if (TestSupport::pixelMatches(image, pixelOf(*zoom, image, probePoint), magnifierBackground, 2))
+        return true;
+    qWarning("%s", qPrintable(TestSupport::saveFailurePicture(image, QStringLiteral("magnifier"))));
+    return false;
+}
+
+/// Whether the magnifier shows the fan in the display's colours.
+bool showsPicture(ZoomDisplay* zoom, FanDisplay* display)
+{
+    const QImage fan = display->grabFramebuffer();
+    const QColor expected = fan.pixelColor(pixelOf(*display, fan, probePoint));
+    const QImage image = zoom->grabFramebuffer();
+    if (!TestSupport::pixelMatches(fan, pixelOf(*display, fan, probePoint), QColor(76, 76, 76), 24)
+        && TestSupport::pixelMatches(image, pixelOf(*zoom, image, probePoint), expected, 4))
+        return true;
+    qWarning("%s", qPrintable(TestSupport::saveFailurePicture(image, QStringLiteral("magnifier"))));
+    qWarning("%s", qPrintable(TestSupport::saveFailurePicture(fan, QStringLiteral("display"))));
+    return false;
+}
+
+bool exposed(QWidget* window)
+{
+    const bool result = QTest::qWaitForWindowExposed(window);
+    TestSupport::keepGlDriverLoaded();
+    QTest::qWait(60);
+    return result;
+}
+
 /// A fan display showing one frame; it owns its magnifier here, which must go first.
 struct Fixture
 {
@@ -42,7 +89,7 @@ struct Fixture
     {
         display->newImageReceived(TestSupport::uniformFrame(64, 100, 50.0, 160));
     }
-    ~Fixture() { delete zoom; }
+    ~Fixture() { delete display->getZoomDisplay(); }
     bool show(QWidget* window)
     {
         window->resize(300, 200);
@@ -231,6 +278,201 @@ private slots:
         QCOMPARE(zoomable->getCurrentScale().x, 2.0f * plain.display->getCurrentScale().x);
         QCOMPARE(zoomable->getCurrentScale().y, 2.0f * plain.display->getCurrentScale().y);
         VERIFY_NEAR(viewCentre(*zoomable), viewCentre(*plain.display), 1e-5);
+    }
+
+    void magnifierInAnyPlacementOrder_data()
+    {
+        QTest::addColumn<int>("order");
+        QTest::newRow("magnifier first in a layout") << 0;
+        QTest::newRow("magnifier shown before its display") << 1;
+        QTest::newRow("dock floated and docked again") << 2;
+        QTest::newRow("display moved to another window") << 3;
+    }
+
+    void magnifierInAnyPlacementOrder()
+    {
+        QFETCH(int, order);
+        QWidget window;
+        QWidget otherWindow;
+        QMainWindow mainWindow;
+        Fixture f;
+        FanDisplay* display = f.display.get();
+        ZoomDisplay* zoom = f.zoom;
+
+        switch (order) {
+        case 0: {
+            auto* layout = new QHBoxLayout(&window);
+            layout->addWidget(zoom);
+            layout->addWidget(display);
+            window.resize(500, 200);
+            window.show();
+            QVERIFY(exposed(&window));
+            QTRY_VERIFY(showsPicture(zoom, display));
+            break;
+        }
+        case 1:
+            zoom->resize(200, 200);
+            zoom->show();
+            QVERIFY(exposed(zoom));
+            QVERIFY(showsBackground(zoom));
+            QVERIFY(f.show());
+            QTRY_VERIFY(showsPicture(zoom, display));
+            break;
+        case 2: {
+            mainWindow.setCentralWidget(display);
+            auto* dock = new QDockWidget(&mainWindow);
+            dock->setWidget(zoom);
+            mainWindow.addDockWidget(Qt::LeftDockWidgetArea, dock);
+            mainWindow.resize(500, 250);
+            mainWindow.show();
+            QVERIFY(exposed(&mainWindow));
+            QTRY_VERIFY(showsPicture(zoom, display));
+            dock->setFloating(true);
+            QVERIFY(exposed(dock));
+            QTRY_VERIFY(showsPicture(zoom, display));
+            dock->setFloating(false);
+            QVERIFY(exposed(&mainWindow));
+            QTRY_VERIFY(showsPicture(zoom, display));
+            break;
+        }
+        case 3: {
+            display->setParent(&window);
+            zoom->setParent(&window);
+            display->setGeometry(0, 0, 300, 200);
+            zoom->setGeometry(300, 0, 200, 200);
+            QVERIFY(f.show(&window));
+            QTRY_VERIFY(showsPicture(zoom, display));
+            // A new window gives the display a new GL context and initialises it again.
+            display->setParent(&otherWindow);
+            display->setGeometry(0, 0, 300, 200);
+            QVERIFY(f.show(&otherWindow));
+            display->show();
+            QVERIFY(exposed(&otherWindow));
+            QTRY_VERIFY(showsPicture(zoom, display));
+            break;
+        }
+        }
+    }
+
+    void magnifierDeletedDuringOutlineDrag()
+    {
+        QWidget window;
+        Fixture f;
+        f.display->setParent(&window);
+        f.zoom->setParent(&window);
+        f.display->setGeometry(0, 0, 300, 200);
+        f.zoom->setGeometry(300, 0, 200, 200);
+        QVERIFY(f.show(&window));
+
+        // Press on the outline's left edge, then the application deletes the magnifier.
+        const QImage fan = f.display->grabFramebuffer();
+        const QPoint edge = pixelOf(*f.display, fan, QPointF(-0.25, 0.25));
+        QTest::mousePress(f.display.get(), Qt::LeftButton, {}, edge);
+        QCOMPARE(f.display->cursor().shape(), Qt::ClosedHandCursor);
+        delete f.zoom;
+        QCOMPARE(f.display->getZoomDisplay(), nullptr);
+
+        // The drag has ended: the move only reports the position, the release changes nothing.
+        QSignalSpy positions(f.display.get(), &FanDisplay::newMousePosition);
+        QMouseEvent move(QEvent::MouseMove, edge + QPoint(20, 0), Qt::NoButton, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(f.display.get(), &move);
+        QCOMPARE(positions.count(), 1);
+        QVERIFY(f.display->cursor().shape() != Qt::ClosedHandCursor);
+        QTest::mouseRelease(f.display.get(), Qt::LeftButton, {}, edge + QPoint(20, 0));
+        f.display->newImageReceived(TestSupport::uniformFrame(64, 100, 30.0, 200));
+        QVERIFY(!f.display->grabFramebuffer().isNull());
+    }
+
+    void magnifierOutlivingItsDisplay()
+    {
+        // The application placed the magnifier in a window that it destroys after the display.
+        QWidget window;
+        auto* display = new FanDisplay;
+        ZoomDisplay* zoom = display->getZoomDisplay();
+        zoom->setParent(&window);
+        zoom->setGeometry(0, 0, 200, 200);
+        display->newImageReceived(TestSupport::uniformFrame(64, 100, 50.0, 160));
+        delete display;
+
+        zoom->zoomIn();
+        zoom->pan(0.1f, 0.0f, false);
+        zoom->reset();
+        window.resize(200, 200);
+        window.show();
+        QVERIFY(exposed(&window));
+        QVERIFY(showsBackground(zoom));
+    }
+
+    void zoomLevelsThatAreNoNumbersAreIgnored()
+    {
+        auto zoomable = new ZoomableFanDisplay;
+        Fixture f(zoomable);
+        QVERIFY(f.show());
+        const auto fitted = zoomable->getCurrentScale();
+        QSignalSpy repaints(zoomable, &QOpenGLWidget::frameSwapped);
+        const auto settles = [&] {
+            QTest::qWait(400); // longer than an animation
+            repaints.clear();
+            QTest::qWait(200);
+            return repaints.isEmpty();
+        };
+
+        zoomable->setZoomLevel(2.0f, false);
+        QVERIFY(settles());
+        for (const float level : { std::nanf(""), INFINITY, -INFINITY }) {
+            for (const bool animate : { false, true })
+                zoomable->setZoomLevel(level, animate);
+        }
+        QCOMPARE(zoomable->getZoomLevel(), 2.0f);
+        QVERIFY(settles());
+        QCOMPARE(zoomable->getCurrentScale().x, 2.0f * fitted.x);
+
+        // Zero shrinks the fan to a point; a negative level turns the view about its centre.
+        zoomable->setZoomLevel(0.0f, false);
+        QVERIFY(settles());
+        QCOMPARE(zoomable->getZoomLevel(), 0.0f);
+        QCOMPARE(zoomable->getCurrentScale().y, 0.0f);
+        zoomable->setZoomLevel(-1.0f, false);
+        QVERIFY(settles());
+        QCOMPARE(zoomable->getCurrentScale().y, -fitted.y);
+        zoomable->setZoomLevel(0.0f, false);
+        zoomable->setZoomLevel(3.0f, true);
+        QVERIFY(settles());
+        QVERIFY(qFuzzyCompare(zoomable->getCurrentScale().y, 3.0f * fitted.y));
+        const QImage picture = zoomable->grabFramebuffer();
+        QVERIFY(!TestSupport::pixelMatches(
+            picture, pixelOf(*zoomable, picture, QPointF(0.1, 0.5)), QColor(76, 76, 76), 24));
+    }
+
+    void magnifierThroughEmptySize_data()
+    {
+        QTest::addColumn<QSize>("via");
+        QTest::newRow("0x0") << QSize(0, 0);
+        QTest::newRow("240x0") << QSize(240, 0);
+        QTest::newRow("0x240") << QSize(0, 240);
+        QTest::newRow("1x5000") << QSize(1, 5000);
+    }
+
+    void magnifierThroughEmptySize()
+    {
+        QFETCH(QSize, via);
+        QWidget window;
+        Fixture f;
+        f.display->setParent(&window);
+        f.zoom->setParent(&window);
+        f.display->setGeometry(0, 0, 300, 200);
+        f.zoom->setGeometry(300, 0, 240, 240);
+        window.resize(540, 240);
+        QVERIFY(f.show(&window));
+        f.zoom->zoomIn();
+        const auto before = f.zoom->getCurrentScale();
+
+        f.zoom->resize(via);
+        QTest::qWait(20);
+        f.zoom->resize(240, 240);
+        QVERIFY(qFuzzyCompare(f.zoom->getCurrentScale().x, before.x));
+        QVERIFY(qFuzzyCompare(f.zoom->getCurrentScale().y, before.y));
+        QTRY_VERIFY(showsPicture(f.zoom, f.display.get()));
     }
 };
 

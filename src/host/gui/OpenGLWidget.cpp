@@ -14,6 +14,8 @@ OpenGLWidget::OpenGLWidget(QWidget* parent)
     // context survive; only the sample count is ours, for antialiased overlays.
     QSurfaceFormat surfaceFormat = QSurfaceFormat::defaultFormat();
     surfaceFormat.setSamples(4);
+    // A see-through clear colour needs alpha in the picture (and in its grabs).
+    surfaceFormat.setAlphaBufferSize(8);
     setFormat(surfaceFormat);
 
     // Position reports and hover cursors need moves without a button held.
