@@ -636,6 +636,7 @@ void FanDisplay::FanDisplayPrivate::drawColourScale(FanDisplay& display)
     scene.rangeLabelsShown = showRangeLabels && distanceUnit;
     scene.font = font;
     scene.textColour = textColour;
+    scene.backgroundColour = clearColour;
     if (brandingEnabled) {
         // The logos stand at the top, one twelfth of the height tall, inside a 2.5 % margin.
         const double logoBottom = 0.025 * display.height() + display.height() / 12;
