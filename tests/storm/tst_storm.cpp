@@ -23,7 +23,7 @@ using Halcyra::Nereon::NereonImage;
 
 namespace {
 
-constexpr int StormEvents = 800;
+constexpr int StormEvents = 600;
 constexpr unsigned StormSeed = 20261123;
 
 /// The pixel of a widget's framebuffer picture that shows a fan point.
@@ -297,6 +297,9 @@ private slots:
         const QImage magnified = magnifier->grabFramebuffer();
         NEREON_VERIFY_PIXEL(magnified, pixelOf(*magnifier, magnified, probe),
             expected.pixelColor(pixelOf(*reference, expected, probe)), 4);
+
+        // Mesa's shared state leaks when the display's context goes first.
+        delete magnifier;
     }
 };
 
