@@ -10,6 +10,7 @@ packages=(
     xvfb xauth fonts-dejavu-core
     libbenchmark-dev
     qttools5-dev doxygen
+    clang libclang-rt-14-dev
 )
 
 missing=()
