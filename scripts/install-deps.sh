@@ -9,6 +9,7 @@ packages=(
     libgl-dev libgl1-mesa-dri
     xvfb xauth fonts-dejavu-core
     libbenchmark-dev
+    libzstd-dev
     qttools5-dev doxygen
     clang libclang-rt-14-dev
 )

@@ -175,6 +175,19 @@ void ColourScale::draw(
     }
 
     const PixelMapping mapping(scene.projection, scene.size);
+    if (!layout.plate.isEmpty()) {
+        // Over the fan the labels need a quiet ground to be read on.
+        const QSize plateSize(static_cast<int>(std::lround(layout.plate.width() * scene.devicePixelRatio)),
+            static_cast<int>(std::lround(layout.plate.height() * scene.devicePixelRatio)));
+        QColor ground = scene.backgroundColour.isValid() ? scene.backgroundColour : QColor(Qt::black);
+        ground.setAlpha(200);
+        if (plateImage.size() != plateSize || plateImage.pixelColor(0, 0) != ground) {
+            plateImage = QImage(plateSize, QImage::Format_ARGB32);
+            plateImage.fill(ground);
+        }
+        painter.drawImage(static_cast<float>(mapping.clipX(layout.plate.left())),
+            static_cast<float>(mapping.clipY(layout.plate.top())), plateImage, true);
+    }
     const QRect& bar = layout.bar;
     painter.drawImage(static_cast<float>(mapping.clipX(bar.left())),
         static_cast<float>(mapping.clipY(bar.top())), barImage, true);
@@ -288,6 +301,12 @@ ColourScale::Layout ColourScale::computeLayout(FanGeometryEngine& engine, const 
     const int barLeft = isRight(best) ? width - edgeMargin - barWidth : edgeMargin;
     const int barTop = isBottom(best) ? height - edgeMargin - overhang - barHeight : edgeMargin + overhang;
     result.bar = QRect(barLeft, barTop, barWidth, barHeight);
+    if (bestHeight < shortestUsefulBar) {
+        constexpr int padding = 4;
+        const int boxLeft = isRight(best) ? width - edgeMargin - boxWidth : edgeMargin;
+        result.plate = QRect(boxLeft - padding, barTop - overhang - padding, boxWidth + 2 * padding,
+            barHeight + 2 * overhang + 2 * padding);
+    }
 
     const double lineHeight = metrics.height() * 1.2;
     if (barHeight >= 4 * lineHeight)

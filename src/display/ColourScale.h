@@ -46,6 +46,8 @@ public:
         bool rangeLabelsShown = false;
         QFont font;
         QColor textColour;
+        /// The display's background, for the plate under a scale that has to sit over the fan.
+        QColor backgroundColour;
         /// Areas to keep clear besides the fan and its labels (the logos).
         std::vector<QRectF> reserved;
     };
@@ -61,6 +63,8 @@ private:
     struct Layout
     {
         QRect bar;
+        /// Bar, ticks and labels, when they could not be kept off the fan; empty otherwise.
+        QRect plate;
         bool labelsOnLeft = false;
         std::vector<int> tickPercents;
     };
@@ -84,6 +88,7 @@ private:
     Layout layout;
     std::optional<Palettes::ShownPalette> barPalette;
     QImage barImage;
+    QImage plateImage;
 };
 
 } // namespace Halcyra::Nereon::Visualisation

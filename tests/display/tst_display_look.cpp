@@ -147,13 +147,18 @@ private slots:
 
             // Intensity rises linearly from the bottom row to the top row; rows are whole
             // pixels, so the fan's colour lies within the span of the nearest row and its neighbours.
-            const QColor fan = image.pixelColor(fanToPixels(*display).map(insideFan).toPoint());
-            const int row = bar.top() + qRound((1.0 - value / 255.0) * (bar.height() - 1));
-            const int column = bar.center().x();
+            // The picture has device pixels, the bar's place is in logical ones.
+            const qreal ratio = display->devicePixelRatioF();
+            const QColor fan = image.pixelColor((fanToPixels(*display).map(insideFan) * ratio).toPoint());
+            const QRect barPixels(qRound(bar.left() * ratio), qRound(bar.top() * ratio),
+                qRound(bar.width() * ratio), qRound(bar.height() * ratio));
+            const int row = barPixels.top() + qRound((1.0 - value / 255.0) * (barPixels.height() - 1));
+            const int column = barPixels.center().x();
             bool within = true;
             for (const auto channel : { &QColor::red, &QColor::green, &QColor::blue }) {
                 int low = 255, high = 0;
-                for (int r = std::max(row - 1, bar.top()); r <= std::min(row + 1, bar.bottom()); ++r) {
+                for (int r = std::max(row - 1, barPixels.top()); r <= std::min(row + 1, barPixels.bottom());
+                     ++r) {
                     low = std::min(low, (image.pixelColor(column, r).*channel)());
                     high = std::max(high, (image.pixelColor(column, r).*channel)());
                 }
@@ -323,8 +328,8 @@ private slots:
             = [alpha](int over, int under) { return (over * alpha + under * (255 - alpha)) / 255; };
         const QColor outside(mix(clear.red(), behind.red()), mix(clear.green(), behind.green()),
             mix(clear.blue(), behind.blue()));
-        const QPoint corner(4, 4);
-        const QPoint inside = fanToPixels(*shown).map(insideFan).toPoint();
+        const QPoint corner = shown->mapTo(&window, QPoint(4, 4));
+        const QPoint inside = shown->mapTo(&window, fanToPixels(*shown).map(insideFan).toPoint());
         QImage screen;
         const auto composed = [&]() {
             screen = window.screen()->grabWindow(window.winId()).toImage();
@@ -332,7 +337,7 @@ private slots:
                 && TestSupport::pixelMatches(screen, inside, fan, 3);
         };
         // The window composes the GL picture a little after the paint.
-        (void)QTest::qWaitFor(composed, 3000);
+        (void)QTest::qWaitFor(composed, 10000);
         NEREON_VERIFY_PIXEL(screen, corner, outside, 3);
         NEREON_VERIFY_PIXEL(screen, inside, fan, 3);
     }
