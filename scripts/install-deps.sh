@@ -11,6 +11,7 @@ packages=(
     libbenchmark-dev
     libzstd-dev
     qttools5-dev doxygen
+    clang libclang-rt-14-dev
 )
 
 missing=()

@@ -2,7 +2,9 @@
 # Installs what is missing, builds the project and its API reference, and runs
 # every test headless; then builds and tests again in a separate
 # AddressSanitizer + UndefinedBehaviorSanitizer build.
-# Set NEREON_SKIP_SANITIZERS=1 to run only the first pass.
+# Then fuzzes the frame path for a minute (scripts/fuzz.sh).
+# Set NEREON_SKIP_SANITIZERS=1 to run only the first pass, NEREON_SKIP_FUZZ=1 to
+# leave out the fuzzing.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
@@ -22,4 +24,9 @@ if [ "${NEREON_SKIP_SANITIZERS:-0}" != 1 ]; then
     export ASAN_OPTIONS=detect_leaks=1
     export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
     (cd "$root/build-sanitize" && ctest --output-on-failure --parallel "$jobs")
+
+    # A minute of fuzzing the frame path with clang's libFuzzer; any finding fails.
+    if [ "${NEREON_SKIP_FUZZ:-0}" != 1 ]; then
+        "$root/scripts/fuzz.sh" "${NEREON_FUZZ_SECONDS:-60}"
+    fi
 fi

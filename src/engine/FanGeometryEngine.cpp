@@ -406,6 +406,15 @@ void FanGeometryEngine::drawFanImage(const QMatrix4x4& projection)
     intensities->bind(1);
     fanImageProgram.setUniformValue("intensities", 1);
 
+    // The program is shared with the magnifier's context. Mesa skips a uniform
+    // write that leaves the program's value as it is, and with it the upload to
+    // the current context, whose constants then keep its own last draw's values
+    // (the magnifier showed the palette before last). A different value first
+    // makes each stage of every context take the values below.
+    QMatrix4x4 unlikeAnyProjection;
+    unlikeAnyProjection.fill(0.0f);
+    fanImageProgram.setUniformValue("projection", unlikeAnyProjection);
+    fanImageProgram.setUniformValue("chosenPalette", -1.0f);
     fanImageProgram.setUniformValue("chosenPalette", chosenPalette);
     fanImageProgram.setUniformValue("projection", projection);
     fanImageProgram.setUniformValue("UpperThreshold", upperThreshold);
