@@ -116,7 +116,14 @@ public slots:
     void sonarDisconnected();
     /// Chooses what a left-button drag inside the fan measures; discards the current measurement.
     void setMeasurementMode(FanDisplayOptions::MeasurementMode mode);
-    /// Despeckle kernel size; 0 is off.
+    /**
+     * Despeckle kernel size: a Gaussian (sigma 5 texels) over a square of
+     * size x size texels, rounded down to odd; 0, 1 and 2 (and negative sizes)
+     * are off. The frame is smoothed once when it arrives or the size changes,
+     * not per drawn pixel. The size is stored as given, but the work is bounded:
+     * sizes above 41 smooth as 41 does, which draws the same picture (the taps
+     * further out weigh less than 1/10000 of the kernel together).
+     */
     void setDespeckleLevel(int level);
     /// Fraction of pixels ignored at each end of the histogram, e.g. 0.01.
     void setClampLevel(float level);

@@ -22,13 +22,15 @@ native)
         libgl-dev libgl1-mesa-dri
         xvfb xauth fonts-dejavu-core
         libbenchmark-dev
+        libzstd-dev
         qttools5-dev qt6-tools-dev doxygen
+        clang libclang-rt-14-dev
     )
     ;;
 arm64)
     packages=(
         crossbuild-essential-arm64 qemu-user
-        qtbase5-dev:arm64 libqt5svg5-dev:arm64
+        qtbase5-dev:arm64 libqt5svg5-dev:arm64 libzstd-dev:arm64
     )
     if ! dpkg --print-foreign-architectures | grep -qx arm64; then
         echo "Adding the arm64 architecture to dpkg"

@@ -22,6 +22,11 @@ for palette in "${!names[@]}"; do
     shoot --screenshot "$out/palette-$palette-${names[$palette]}.png" --fan-only \
         --palette "$palette" --modifier 128 --size 1100x560 --frames 20
 done
+# The viewer replaying a recording of its own simulated sonar.
+recording=$(mktemp --suffix=.nrec)
+shoot --record "$recording" --screenshot "$runtime_dir/live.png" --beams 512 --frames 80
+shoot --replay "$recording" --screenshot "$out/viewer-replay.png" --size 1280x800 --frames 50
+rm -f "$recording"
 shoot --screenshot "$out/colour-scale.png" --fan-only --colour-scale --auto-grid \
     --palette 6 --modifier 96 --clamp 0.02 --size 1100x560 --frames 20
 echo "Pictures in $out"

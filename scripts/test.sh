@@ -6,9 +6,10 @@
 #   qt6        the Qt 6 build (build-qt6/, -DNEREON_QT_MAJOR_VERSION=6)
 #   packages   both flavours installed into one prefix, a consumer of each
 #   sanitizers Qt 5 again with AddressSanitizer and UndefinedBehaviorSanitizer
+#   fuzz       a minute of fuzzing the frame path with clang's libFuzzer (scripts/fuzz.sh)
 #   arm64      a cross build for 64-bit ARM whose display-free tests run under qemu-user
-# NEREON_SKIP_SANITIZERS=1 leaves out the sanitizer pass, NEREON_SKIP_ARM64=1
-# the arm64 pass. If the arm64 packages cannot be installed, the arm64 pass
+# NEREON_SKIP_SANITIZERS=1 leaves out the sanitizer and fuzz passes,
+# NEREON_SKIP_FUZZ=1 the fuzz pass, NEREON_SKIP_ARM64=1 the arm64 pass. If the arm64 packages cannot be installed, the arm64 pass
 # reports apt's error and is skipped, unless NEREON_REQUIRE_ARM64=1.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -75,6 +76,10 @@ timed qt6 build_and_test "$root/build-qt6" -DNEREON_QT_MAJOR_VERSION=6
 timed packages "$root/tests/package/side-by-side.sh" "$root/build" "$root/build-qt6"
 if [ "${NEREON_SKIP_SANITIZERS:-0}" != 1 ]; then
     timed sanitizers sanitizer_pass
+    # Any finding fails.
+    if [ "${NEREON_SKIP_FUZZ:-0}" != 1 ]; then
+        timed fuzz "$root/scripts/fuzz.sh" "${NEREON_FUZZ_SECONDS:-60}"
+    fi
 fi
 if [ "${NEREON_SKIP_ARM64:-0}" != 1 ]; then
     timed arm64 arm64_pass

@@ -15,6 +15,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
 
+# pkg-config reads the target's .pc files.
+set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/aarch64-linux-gnu/pkgconfig:/usr/share/pkgconfig)
+unset(ENV{PKG_CONFIG_PATH})
+
 find_program(NEREON_QEMU_AARCH64 qemu-aarch64)
 if(NEREON_QEMU_AARCH64)
     # The target's loader and libraries are installed where multiarch puts them.

@@ -2,6 +2,7 @@
 
 #include "ConvertedUnit.h"
 #include "DisplaySettingsStore.h"
+#include "RecordingPanel.h"
 #include "SimulatedSonar.h"
 
 #include "ZoomDisplay.h"
@@ -12,18 +13,24 @@
 #include <QCloseEvent>
 #include <QColorDialog>
 #include <QComboBox>
+#include <QDateTime>
+#include <QDir>
 #include <QDockWidget>
 #include <QDoubleSpinBox>
+#include <QFileDialog>
 #include <QFontDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollArea>
 #include <QSettings>
 #include <QSlider>
 #include <QSpinBox>
+#include <QStandardPaths>
 #include <QStatusBar>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -37,6 +44,7 @@
 using namespace Halcyra::Nereon::Visualisation;
 namespace Options = FanDisplayOptions;
 using Halcyra::DataProcessing::Units::AbstractUnit;
+using Halcyra::Nereon::NereonImage;
 
 namespace {
 
@@ -79,7 +87,7 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
     magnifierDock->setWidget(createMagnifierPanel());
     addDockWidget(Qt::LeftDockWidgetArea, magnifierDock);
 
-    auto* sonarDock = new QDockWidget(tr("Simulated sonar"), this);
+    sonarDock = new QDockWidget(tr("Simulated sonar"), this);
     sonarDock->setObjectName("sonarDock");
     sonarDock->setWidget(createSonarControls());
     addDockWidget(Qt::LeftDockWidgetArea, sonarDock);
@@ -92,6 +100,7 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
     scroll->setFrameShape(QFrame::NoFrame);
     controlsDock->setWidget(scroll);
     addDockWidget(Qt::RightDockWidgetArea, controlsDock);
+    createRecordingDock();
 
     frameRateLabel = new QLabel(tr("No frames"));
     positionLabel = new QLabel;
@@ -99,6 +108,7 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
     positionLabel->setObjectName("positionLabel");
     statusBar()->addWidget(positionLabel, 1);
     statusBar()->addPermanentWidget(frameRateLabel);
+    createMenus();
 
     if (options.useSavedSettings)
         restoreSettings();
@@ -116,8 +126,9 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
         resize(1280, 800);
 
     startSonar();
+    startCommandLineRecording();
 
-    if (!options.screenshotPath.isEmpty()) {
+    if (!options.screenshotPath.isEmpty() && options.replayPath.isEmpty()) {
         // Should the frames never come, still leave a picture and fail.
         const int patience = 20000 + 1000 * options.frames / std::max(1, sonarConfiguration.frameRate);
         QTimer::singleShot(patience, this, [this] { takeScreenshot(false); });
@@ -460,8 +471,10 @@ void MainWindow::restoreSettings()
     areaUnitBox->setCurrentIndex(std::clamp(settings.value("areaUnit", 0).toInt(), 0, 1));
     brandingBox->setChecked(settings.value("branding", false).toBool());
     animateBox->setChecked(settings.value("animateZoom", true).toBool());
+    // No font saved yet: keep the default without asking QFont to parse nothing.
+    const QString fontDescription = settings.value("font").toString();
     QFont font;
-    if (font.fromString(settings.value("font").toString())) {
+    if (!fontDescription.isEmpty() && font.fromString(fontDescription)) {
         fontButton->setFont(font);
         display->setFont(font);
     }
@@ -576,12 +589,15 @@ void MainWindow::startSonar()
     connect(&sonarThread, &QThread::finished, sonar, &QObject::deleteLater);
     connect(&sonarThread, &QThread::started, sonar, &SimulatedSonar::start);
     // Queued across the threads, as frames from a real driver would be.
-    connect(sonar, &SimulatedSonar::newImage, display, &FanDisplay::newImageReceived);
     connect(sonar, &SimulatedSonar::disconnected, display, &FanDisplay::sonarDisconnected);
-    connect(sonar, &SimulatedSonar::newImage, this, [this] {
+    connect(sonar, &SimulatedSonar::newImage, this, [this](const NereonImage& image) {
         if (sonar)
             sonar->frameDelivered();
-        countFrameForScreenshot();
+        // Frames still on their way when a replay began are not shown.
+        if (recordingPanel->isReplaying())
+            return;
+        display->newImageReceived(image);
+        frameReceived(image);
     });
     sonarThread.setObjectName("simulated sonar");
     sonarThread.start();
@@ -609,20 +625,149 @@ void MainWindow::takeScreenshot(bool complete)
     if (screenshotTaken)
         return;
     screenshotTaken = true;
-    QScreen* screen = windowHandle() ? windowHandle()->screen() : QGuiApplication::primaryScreen();
-    QPixmap picture;
-    if (options.fanOnly) {
-        const QPoint origin = display->mapTo(this, QPoint(0, 0));
-        picture = screen->grabWindow(winId(), origin.x(), origin.y(), display->width(), display->height());
-    } else {
-        picture = screen->grabWindow(winId());
-    }
-    const bool saved = picture.save(options.screenshotPath);
+    const bool saved = grabPicture(options.fanOnly).save(options.screenshotPath);
     if (!saved)
         std::fprintf(stderr, "Could not save %s\n", qPrintable(options.screenshotPath));
     if (!complete)
         std::fprintf(stderr, "Only %d of %d frames arrived\n", framesSeen, options.frames);
     QCoreApplication::exit(saved && complete ? 0 : 1);
+}
+
+QPixmap MainWindow::grabPicture(bool fanOnly) const
+{
+    QScreen* screen = windowHandle() ? windowHandle()->screen() : QGuiApplication::primaryScreen();
+    if (fanOnly) {
+        const QPoint origin = display->mapTo(this, QPoint(0, 0));
+        return screen->grabWindow(winId(), origin.x(), origin.y(), display->width(), display->height());
+    }
+    return screen->grabWindow(winId());
+}
+
+void MainWindow::createMenus()
+{
+    QMenu* file = menuBar()->addMenu(tr("&File"));
+    QAction* replay = file->addAction(tr("&Replay recording\u2026"));
+    replay->setShortcut(QKeySequence::Open);
+    connect(replay, &QAction::triggered, recordingPanel, &RecordingPanel::chooseRecording);
+    recordAction = file->addAction(tr("&Record\u2026"));
+    recordAction->setCheckable(true);
+    recordAction->setShortcut(QKeySequence(tr("Ctrl+R")));
+    connect(recordAction, &QAction::triggered, this, [this] {
+        recordingPanel->toggleRecording();
+        recordAction->setChecked(recordingPanel->isRecording());
+    });
+    connect(recordingPanel, &RecordingPanel::recordingChanged, recordAction, &QAction::setChecked);
+    QAction* live = file->addAction(tr("Back to &live"));
+    connect(live, &QAction::triggered, recordingPanel, &RecordingPanel::returnToLive);
+    file->addSeparator();
+    QAction* screenshot = file->addAction(tr("Save &screenshot\u2026"));
+    screenshot->setShortcut(QKeySequence(tr("Ctrl+Shift+S")));
+    connect(screenshot, &QAction::triggered, this, [this] { saveScreenshot(false); });
+    QAction* fanPicture = file->addAction(tr("Save picture of the &fan\u2026"));
+    connect(fanPicture, &QAction::triggered, this, [this] { saveScreenshot(true); });
+    file->addSeparator();
+    QAction* quit = file->addAction(tr("&Quit"));
+    quit->setShortcut(QKeySequence::Quit);
+    connect(quit, &QAction::triggered, this, &QWidget::close);
+}
+
+void MainWindow::createRecordingDock()
+{
+    recordingPanel = new RecordingPanel;
+    auto* dock = new QDockWidget(tr("Recording"), this);
+    dock->setObjectName("recordingDock");
+    dock->setWidget(recordingPanel);
+    addDockWidget(Qt::LeftDockWidgetArea, dock);
+
+    connect(recordingPanel, &RecordingPanel::frameReplayed, this, [this](const NereonImage& image) {
+        ++framesReplayed;
+        display->newImageReceived(image);
+        frameReceived(image);
+    });
+    connect(recordingPanel, &RecordingPanel::replayStarted, this, [this] { useReplay(true); });
+    connect(recordingPanel, &RecordingPanel::liveRequested, this, [this] { useReplay(false); });
+    connect(recordingPanel, &RecordingPanel::replayStopped, this, &MainWindow::replayStopped);
+    connect(recordingPanel, &RecordingPanel::replayFailed, this, &MainWindow::replayFailed);
+    connect(recordingPanel, &RecordingPanel::replayOpened, this, [this](int, qint64 duration) {
+        if (options.screenshotPath.isEmpty() || !commandLineReplay)
+            return;
+        // Should the frames stop coming, still leave a picture and fail.
+        const double seconds = double(duration) / 1e6 / options.replaySpeed;
+        QTimer::singleShot(
+            20000 + int(std::min(seconds, 3600.0) * 1000), this, [this] { takeScreenshot(false); });
+    });
+}
+
+void MainWindow::startCommandLineRecording()
+{
+    if (!options.recordPath.isEmpty() && !recordingPanel->startRecording(options.recordPath)) {
+        std::fprintf(stderr, "Cannot record to %s: %s\n", qPrintable(options.recordPath),
+            qPrintable(recordingPanel->getRecordingError()));
+        QTimer::singleShot(0, this, [] { QCoreApplication::exit(2); });
+        return;
+    }
+    if (!options.replayPath.isEmpty()) {
+        commandLineReplay = true;
+        recordingPanel->openRecording(options.replayPath, options.replaySpeed);
+    }
+}
+
+void MainWindow::frameReceived(const NereonImage& image)
+{
+    recordingPanel->record(image);
+    countFrameForScreenshot();
+}
+
+void MainWindow::useReplay(bool replay)
+{
+    // The simulated sonar rests while a recording plays.
+    sonarDock->setEnabled(!replay);
+    pingingBox->setChecked(!replay);
+    if (!replay)
+        commandLineReplay = false;
+    frameRateLabel->setText(replay ? tr("Replaying") : tr("Starting"));
+}
+
+void MainWindow::replayStopped(qint64 damageOffset, const QString& description)
+{
+    if (damageOffset >= 0)
+        std::fprintf(stderr, "Replay stopped at byte %lld of %s: %s\n", static_cast<long long>(damageOffset),
+            qPrintable(options.replayPath.isEmpty() ? tr("the recording") : options.replayPath),
+            qPrintable(description));
+    if (!commandLineReplay)
+        return;
+    if (framesReplayed == 0) {
+        std::fprintf(stderr, "Nothing could be replayed from %s\n", qPrintable(options.replayPath));
+        QCoreApplication::exit(1);
+        return;
+    }
+    // The recording has no more frames to give: the picture shows what there was.
+    if (!options.screenshotPath.isEmpty() && !screenshotTaken && framesSeen < options.frames)
+        QTimer::singleShot(300, this, [this] { takeScreenshot(true); });
+}
+
+void MainWindow::replayFailed(const QString& message)
+{
+    std::fprintf(stderr, "Cannot replay %s: %s\n", qPrintable(options.replayPath), qPrintable(message));
+    if (commandLineReplay)
+        QCoreApplication::exit(1);
+}
+
+void MainWindow::saveScreenshot(bool fanOnly)
+{
+    // Grabbed before the file dialog opens, so that the dialog is not in the picture.
+    const QPixmap picture = grabPicture(fanOnly);
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::PicturesLocation);
+    const QString suggestion = QDir(folder).filePath(
+        QStringLiteral("nereon-%1.png").arg(QDateTime::currentDateTime().toString("yyyyMMdd-HHmmss")));
+    const QString path = QFileDialog::getSaveFileName(
+        this, tr("Save screenshot"), suggestion, tr("Pictures (*.png *.jpg *.bmp)"));
+    if (path.isEmpty())
+        return;
+    if (picture.save(path))
+        statusBar()->showMessage(tr("Saved %1").arg(QDir::toNativeSeparators(path)), 5000);
+    else
+        QMessageBox::warning(this, tr("Save screenshot"), tr("Could not save %1.").arg(path));
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)

@@ -8,14 +8,21 @@
 #include <QMainWindow>
 #include <QThread>
 
+class QAction;
 class QCheckBox;
 class QComboBox;
+class QDockWidget;
 class QDoubleSpinBox;
 class QLabel;
 class QPushButton;
+class RecordingPanel;
 class QSlider;
 class QSpinBox;
 class SimulatedSonar;
+
+namespace Halcyra::Nereon {
+class NereonImage;
+}
 
 namespace Halcyra::Nereon::Visualisation {
 class ZoomableFanDisplay;
@@ -57,6 +64,18 @@ private:
     void stopSonar();
     void countFrameForScreenshot();
     void takeScreenshot(bool complete);
+    QPixmap grabPicture(bool fanOnly) const;
+
+    // Recording, replay and screenshots from the window.
+    void createMenus();
+    void createRecordingDock();
+    void startCommandLineRecording();
+    /// Every frame shown, live or replayed, passes here.
+    void frameReceived(const Halcyra::Nereon::NereonImage& image);
+    void useReplay(bool replay);
+    void replayStopped(qint64 damageOffset, const QString& description);
+    void replayFailed(const QString& message);
+    void saveScreenshot(bool fanOnly);
 
     Halcyra::Nereon::Visualisation::ZoomableFanDisplay* display = nullptr;
     Halcyra::Nereon::Visualisation::ZoomDisplay* magnifier = nullptr;
@@ -93,6 +112,12 @@ private:
     QSpinBox* rangeLinesBox = nullptr;
     QSpinBox* frameRateBox = nullptr;
     QCheckBox* pingingBox = nullptr;
+
+    QDockWidget* sonarDock = nullptr;
+    RecordingPanel* recordingPanel = nullptr;
+    QAction* recordAction = nullptr;
+    int framesReplayed = 0;
+    bool commandLineReplay = false;
 
     QLabel* frameRateLabel = nullptr;
     QLabel* positionLabel = nullptr;

@@ -37,8 +37,13 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
     const QCommandLineOption colourScale("colour-scale", "Show the colour scale.");
     const QCommandLineOption autoGrid(
         "auto-grid", "Draw the range grid in a grey that stands out from the palette.");
+    const QCommandLineOption record("record", "Record the frames the viewer receives to <file>.", "file");
+    const QCommandLineOption replay(
+        "replay", "Replay the recording <file> instead of the simulated sonar.", "file");
+    const QCommandLineOption speed(
+        "speed", "Replay speed, 0.125 to 16 (default 1, the recorded pace).", "factor");
     parser.addOptions({ screenshot, frames, palette, modifier, beams, despeckle, clamp, zoom, feet, fresh,
-        size, fanOnly, colourScale, autoGrid });
+        size, fanOnly, colourScale, autoGrid, record, replay, speed });
 
     if (!parser.parse(arguments)) {
         options.error = parser.errorText();
@@ -88,6 +93,18 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
             return fail("--size needs WIDTHxHEIGHT, at least 320x240");
         options.windowSize = QSize(w, h);
     }
+    if (parser.isSet(speed)) {
+        bool ok = false;
+        options.replaySpeed = parser.value(speed).toDouble(&ok);
+        if (!ok || options.replaySpeed < 0.125 || options.replaySpeed > 16.0)
+            return fail("--speed needs a factor from 0.125 to 16");
+    }
+    options.recordPath = parser.value(record);
+    options.replayPath = parser.value(replay);
+    if (parser.isSet(record) && options.recordPath.isEmpty())
+        return fail("--record needs a file");
+    if (parser.isSet(replay) && options.replayPath.isEmpty())
+        return fail("--replay needs a file");
     options.feet = parser.isSet(feet);
     options.fanOnly = parser.isSet(fanOnly);
     options.colourScale = parser.isSet(colourScale);
@@ -96,4 +113,14 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
     if (!parser.positionalArguments().isEmpty())
         return fail("unexpected argument " + parser.positionalArguments().first());
     return options;
+}
+
+bool ViewerOptions::mayHoldToolkitOptions(const QStringList& arguments)
+{
+    for (int i = 1; i < arguments.size(); ++i) {
+        const QString& argument = arguments[i];
+        if (argument.size() > 2 && argument[0] == '-' && argument[1] != '-')
+            return true;
+    }
+    return false;
 }

@@ -21,10 +21,16 @@ struct ViewerOptions
     bool colourScale = false; ///< show the colour scale
     bool automaticGridColour = false; ///< grid in a grey that stands out from the palette
     QSize windowSize;
+    QString recordPath; ///< record the frames received to this file
+    QString replayPath; ///< replay this recording instead of the simulated sonar
+    double replaySpeed = 1.0;
     QString error; ///< non-empty when the command line is unusable
     bool helpShown = false;
 
     /// Parses the arguments (the program name first). Screenshots start from the
     /// default look so that they do not depend on what a user saved.
     static ViewerOptions parse(const QStringList& arguments);
+    /// Whether `arguments` can hold options of Qt's own (single dash, as -platform), which
+    /// only a GUI application takes out of the arguments.
+    static bool mayHoldToolkitOptions(const QStringList& arguments);
 };

@@ -424,6 +424,9 @@ void FanDisplay::paintGL()
     glEnable(GL_MULTISAMPLE);
 
     GUI::Widgets::Bases::OpenGLWidgetPainter& overlay = painter();
+    // Every overlay of this paint, whoever draws it, goes into one layer that
+    // is put on the picture when paintGL returns (and kept while it stays the same).
+    const GUI::Widgets::Bases::OpenGLWidgetPainter::Pass overlayPass(overlay);
     if (d->textChanged) {
         overlay.setFont(overlay.addFont(d->font, d->textColour));
         d->textChanged = false;
@@ -478,7 +481,7 @@ void FanDisplay::paintGL()
     overlay.drawImage(-0.95f, 0.95f, d->ternwickLogoImage, true);
     // The grabbed image has devicePixelRatio device pixels per logical pixel.
     const float nereonWidth = static_cast<float>(d->nereonLogoImage.width())
-                              / static_cast<float>(d->nereonLogoImage.devicePixelRatio());
+        / static_cast<float>(d->nereonLogoImage.devicePixelRatio());
     const float nereonLeft = 0.95f - 2.0f * nereonWidth / static_cast<float>(width());
     overlay.drawImage(nereonLeft, 0.95f, d->nereonLogoImage, true);
 }

@@ -7,8 +7,6 @@
 #include "palettes/StandardPalettes.h"
 #include "units/AbstractUnit.h"
 
-#include <QVector2D>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -128,6 +126,13 @@ void FanGeometryEngine::applyThresholds(const std::array<std::uint32_t, 256>& hi
 void FanGeometryEngine::initIntensities(
     unsigned short width, unsigned short height, const std::vector<unsigned char>& data)
 {
+    uploadIntensityTexture(width, height, QOpenGLTexture::R8_UNorm, QOpenGLTexture::UInt8, data.data());
+    textureRadius = 0;
+}
+
+void FanGeometryEngine::uploadIntensityTexture(int textureWidth, int textureHeight,
+    QOpenGLTexture::TextureFormat format, QOpenGLTexture::PixelType type, const void* texels)
+{
     initializeOpenGLFunctions();
 
     if (!intensities)
@@ -136,8 +141,8 @@ void FanGeometryEngine::initIntensities(
     // Replaced whole, under a new GL name, at every upload.
     intensities->destroy();
     intensities->create();
-    intensities->setSize(width, height, 1);
-    intensities->setFormat(QOpenGLTexture::R8_UNorm);
+    intensities->setSize(textureWidth, textureHeight, 1);
+    intensities->setFormat(format);
     intensities->allocateStorage();
 
     // Rows are tightly packed, so beam counts that are not a multiple of 4
@@ -145,11 +150,30 @@ void FanGeometryEngine::initIntensities(
     GLint previousAlignment = 4;
     glGetIntegerv(GL_UNPACK_ALIGNMENT, &previousAlignment);
     glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
-    intensities->setData(QOpenGLTexture::Red, QOpenGLTexture::UInt8, data.data());
+    intensities->setData(QOpenGLTexture::Red, type, texels);
     glPixelStorei(GL_UNPACK_ALIGNMENT, previousAlignment);
 
     intensities->setMinificationFilter(QOpenGLTexture::Nearest);
     intensities->setMagnificationFilter(QOpenGLTexture::Linear);
+}
+
+void FanGeometryEngine::refreshIntensityTexture(int radius)
+{
+    textureRadius = radius;
+    // Before the first frame only the start picture exists; it stays as it is.
+    const std::size_t texels
+        = static_cast<std::size_t>(std::max(width, 0)) * static_cast<std::size_t>(std::max(height, 0));
+    if (texels == 0 || intensityData.size() < texels)
+        return;
+    if (radius == 0) {
+        initIntensities(
+            static_cast<unsigned short>(width), static_cast<unsigned short>(height), intensityData);
+        return;
+    }
+    // 16 bits a texel keep the smoothed values as exact as the kernel's floats.
+    despeckleFilter.apply(intensityData.data(), width, height, radius, smoothedIntensities);
+    uploadIntensityTexture(
+        width, height, QOpenGLTexture::R16_UNorm, QOpenGLTexture::UInt16, smoothedIntensities.data());
 }
 
 double FanGeometryEngine::getRange() const
@@ -360,9 +384,11 @@ void FanGeometryEngine::drawFanImage(const QMatrix4x4& projection)
     initializeOpenGLFunctions();
 
     checkForNewGeometry();
-    if (newImage) {
-        initIntensities(
-            static_cast<unsigned short>(width), static_cast<unsigned short>(height), intensityData);
+    // The smoothing runs here, once per frame or kernel change, for the display
+    // and the magnifier alike: both sample the same texture.
+    const int radius = DespeckleFilter::radiusForLevel(despeckleLevel);
+    if (newImage || radius != textureRadius) {
+        refreshIntensityTexture(radius);
         newImage = false;
     }
 
@@ -380,12 +406,17 @@ void FanGeometryEngine::drawFanImage(const QMatrix4x4& projection)
     intensities->bind(1);
     fanImageProgram.setUniformValue("intensities", 1);
 
+    // The program is shared with the magnifier's context. Mesa skips a uniform
+    // write that leaves the program's value as it is, and with it the upload to
+    // the current context, whose constants then keep its own last draw's values
+    // (the magnifier showed the palette before last). A different value first
+    // makes each stage of every context take the values below.
+    QMatrix4x4 unlikeAnyProjection;
+    unlikeAnyProjection.fill(0.0f);
+    fanImageProgram.setUniformValue("projection", unlikeAnyProjection);
+    fanImageProgram.setUniformValue("chosenPalette", -1.0f);
     fanImageProgram.setUniformValue("chosenPalette", chosenPalette);
     fanImageProgram.setUniformValue("projection", projection);
-    fanImageProgram.setUniformValue("Spread", 5.0f);
-    fanImageProgram.setUniformValue("KernelSize", despeckleLevel);
-    fanImageProgram.setUniformValue(
-        "TexelSize", QVector2D(1.0f / static_cast<float>(width), 1.0f / static_cast<float>(height)));
     fanImageProgram.setUniformValue("UpperThreshold", upperThreshold);
     fanImageProgram.setUniformValue("LowerThreshold", lowerThreshold);
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "FanDisplayOptions.h"
+#include "engine/DespeckleFilter.h"
 
 #include <QMatrix4x4>
 #include <QOpenGLBuffer>
@@ -37,8 +38,8 @@ struct RangeLabelParams
     std::string text;
     float x = 0.0f;
     float y = 0.0f;
-    std::int32_t angle = 0;        ///< degrees, counter-clockwise
-    std::uint8_t anchor = 0;       ///< 16: text begins at the point; 18: text ends at it
+    std::int32_t angle = 0; ///< degrees, counter-clockwise
+    std::uint8_t anchor = 0; ///< 16: text begins at the point; 18: text ends at it
     bool screenCoordinates = false; ///< always false: (x, y) are fan coordinates
 };
 
@@ -65,9 +66,13 @@ public:
     // Frames and thresholds
     void processNewImage(const NereonImage& image);
     void calculateThresholds();
-    void initIntensities(unsigned short width, unsigned short height,
-                         const std::vector<unsigned char>& data);
+    void initIntensities(unsigned short width, unsigned short height, const std::vector<unsigned char>& data);
     double getRange() const;
+    /**
+     * Despeckle kernel size, stored as given. Smoothing is done once per frame
+     * in texture space; sizes below 3 do not smooth, and sizes above 41 smooth
+     * as 41 does, which draws the same picture (see DespeckleFilter).
+     */
     void setDespeckleLevel(int level);
     void setClampLevel(float level);
     void setDistanceUnit(const DataProcessing::Units::AbstractUnit* unit);
@@ -108,6 +113,11 @@ private:
 
     /// Moves both thresholds toward the bins where the histogram reaches target from each end.
     void applyThresholds(const std::array<std::uint32_t, 256>& histogram, std::int64_t target);
+    /// Replaces the intensity texture by one of the given format, under a new GL name.
+    void uploadIntensityTexture(int textureWidth, int textureHeight, QOpenGLTexture::TextureFormat format,
+        QOpenGLTexture::PixelType type, const void* texels);
+    /// Uploads the stored frame, smoothed with the kernel of this radius (0: as it is).
+    void refreshIntensityTexture(int radius);
 
     QOpenGLShaderProgram fanImageProgram;
     std::unique_ptr<QOpenGLShader> vertexShader;
@@ -123,7 +133,7 @@ private:
     FanDisplayOptions::Palette palette = FanDisplayOptions::Multicolour;
     std::unique_ptr<QOpenGLTexture> intensities;
     bool newImage = false;
-    QOpenGLBuffer fanVertexBuffer{QOpenGLBuffer::VertexBuffer};
+    QOpenGLBuffer fanVertexBuffer { QOpenGLBuffer::VertexBuffer };
     std::vector<float> rangeLineVertices = std::vector<float>(20, 0.0f);
     std::vector<std::vector<float>> rangeArcVertices = std::vector<std::vector<float>>(5);
     std::int32_t width = 256;
@@ -138,6 +148,11 @@ private:
     QMatrix4x4 lastTransform;
     QPolygonF fanPolygon;
     const DataProcessing::Units::AbstractUnit* distanceUnit = nullptr;
+
+    DespeckleFilter despeckleFilter;
+    std::vector<std::uint16_t> smoothedIntensities;
+    /// Kernel radius with which the intensity texture was made.
+    int textureRadius = 0;
 };
 
 } // namespace Halcyra::Nereon::Visualisation

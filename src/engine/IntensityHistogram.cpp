@@ -273,6 +273,9 @@ std::int64_t IntensityHistogram::thresholdTarget(std::size_t byteCount, float cl
     const float product = static_cast<float>(byteCount) * clampLevel;
     if (product >= 2147483648.0f)
         return std::numeric_limits<std::int32_t>::max();
+    // A negative level behaves like 0, and so does a level that is not a number.
+    if (!(product > 0.0f))
+        return 0;
     return static_cast<std::int32_t>(product);
 }
 

@@ -8,6 +8,7 @@
 #include <QMatrix4x4>
 #include <QOpenGLContext>
 #include <QResizeEvent>
+#include <QSurfaceFormat>
 
 #include <cmath>
 
@@ -85,6 +86,12 @@ ZoomDisplay::ZoomDisplay(FanGeometryEngine& geometryEngine, FanDisplay& parentDi
     // Only references are kept here: the fan display is still being built.
     scale(4.0f, 4.0f, 1.0f, true);
     translate(0.0f, -1.0f, 0.0f, true);
+
+    // No range grid covers the edges of the magnified fan, and the magnifier is
+    // small: it keeps samples for smooth edges even where the GL base drops them.
+    QSurfaceFormat surfaceFormat = format();
+    surfaceFormat.setSamples(4);
+    setFormat(surfaceFormat);
 }
 
 ZoomDisplay::~ZoomDisplay() = default;

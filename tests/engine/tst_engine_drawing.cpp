@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 using namespace Halcyra::Nereon::Visualisation;
 using Halcyra::GUI::Widgets::Bases::OpenGLWidget;
@@ -74,6 +75,21 @@ class TestEngineDrawing : public QObject
     QOpenGLFunctions_2_0* gl = nullptr;
 
     QImage grab() { return widget->grabFramebuffer(); }
+
+    /// The intensity texture's texels as fractions of full scale, row by row.
+    std::vector<float> readIntensityTexture(int textureWidth, int textureHeight)
+    {
+        QOpenGLTexture* texture = inspect->intensities();
+        if (texture->width() != textureWidth || texture->height() != textureHeight)
+            return {};
+        widget->makeCurrent();
+        std::vector<float> texels(std::size_t(textureWidth) * std::size_t(textureHeight));
+        gl->glPixelStorei(GL_PACK_ALIGNMENT, 1);
+        texture->bind();
+        gl->glGetTexImage(GL_TEXTURE_2D, 0, GL_RED, GL_FLOAT, texels.data());
+        texture->release();
+        return texels;
+    }
 
 private slots:
     void initTestCase()
@@ -222,8 +238,68 @@ private slots:
         // The greyscale palette puts the half-way byte at about 150.
         if (TestSupport::countPixelsDiffering(smoothed, box, QColor(153, 153, 153), 20) > 0)
             QFAIL(qPrintable(TestSupport::saveFailurePicture(smoothed, QStringLiteral("level3"))));
+        // Back to no smoothing without a new frame: the stored frame is shown as it came.
+        engine->setDespeckleLevel(0);
+        QVERIFY(grab() == level0);
     }
 
+    void despeckledTextureMatchesKernel_data()
+    {
+        QTest::addColumn<int>("beams");
+        QTest::addColumn<int>("rangeLines");
+        QTest::addColumn<int>("level");
+        QTest::addColumn<int>("referenceLevel");
+        // Kernels narrower and wider than the texture (the taps wrap around, some several times),
+        // and sizes past the bound, which must smooth as the unbounded kernel does.
+        QTest::newRow("3, 40 x 30") << 40 << 30 << 3 << 3;
+        QTest::newRow("6, 40 x 30") << 40 << 30 << 6 << 6;
+        QTest::newRow("9, 13 x 7") << 13 << 7 << 9 << 9;
+        QTest::newRow("41, 50 x 60") << 50 << 60 << 41 << 41;
+        QTest::newRow("60, 50 x 60") << 50 << 60 << 60 << 60;
+        QTest::newRow("3001, 5 x 3") << 5 << 3 << 3001 << 3001;
+        QTest::newRow("INT_MAX, 5 x 3") << 5 << 3 << std::numeric_limits<int>::max() << 3001;
+    }
+    void despeckledTextureMatchesKernel()
+    {
+        QFETCH(int, beams);
+        QFETCH(int, rangeLines);
+        QFETCH(int, level);
+        QFETCH(int, referenceLevel);
+        const NereonImage frame = makeFrame(beams, rangeLines, 10.0,
+            [](int beam, int line) { return std::uint8_t((beam * 97 + line * 31 + beam * line) % 256); });
+        engine->processNewImage(frame);
+        engine->setDespeckleLevel(level);
+        grab();
+
+        // What the per-fragment kernel takes in at texel (i, j): every tap of the square kernel,
+        // wrapped as the texture repeats, weighted by the Gaussian of sigma 5.
+        const int r = (referenceLevel - 1) / 2;
+        std::vector<double> weight(std::size_t(2 * r + 1));
+        for (int x = -r; x <= r; ++x)
+            weight[std::size_t(x + r)] = std::pow(2.71828, -double(x * x) / 50.0);
+        const auto wrap = [](int v, int n) { return ((v % n) + n) % n; };
+        const std::vector<std::uint8_t>& data = frame.getData();
+
+        const std::vector<float> texels = readIntensityTexture(beams, rangeLines);
+        QCOMPARE(texels.size(), data.size());
+        double worst = 0.0;
+        for (int j = 0; j < rangeLines; ++j) {
+            for (int i = 0; i < beams; ++i) {
+                double sum = 0.0, weights = 0.0;
+                for (int y = -r; y <= r; ++y) {
+                    const std::size_t row = std::size_t(wrap(j + y, rangeLines)) * std::size_t(beams);
+                    for (int x = -r; x <= r; ++x) {
+                        const double w = weight[std::size_t(x + r)] * weight[std::size_t(y + r)];
+                        sum += w * data[row + std::size_t(wrap(i + x, beams))];
+                        weights += w;
+                    }
+                }
+                const double expected = sum / weights / 255.0;
+                worst = std::max(worst, std::abs(expected - double(texels[std::size_t(j * beams + i)])));
+            }
+        }
+        QVERIFY2(worst < 1.0 / 255.0, qPrintable(QString::number(worst * 255.0)));
+    }
     void unusualSettingsAndPicture()
     {
         // A dynamic palette, a wide kernel and an odd beam count, for the GL error check.

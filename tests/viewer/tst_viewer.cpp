@@ -1,11 +1,16 @@
 #include "ConvertedUnit.h"
 #include "DisplaySettingsStore.h"
+#include "RecordingPanel.h"
+#include "RecordingReader.h"
+#include "RecordingWriter.h"
 #include "SimulatedSonar.h"
 #include "SonarScene.h"
 #include "ViewerOptions.h"
 
 #include <QApplication>
 #include <QSettings>
+#include <QSignalSpy>
+#include <QSlider>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
@@ -161,6 +166,55 @@ private slots:
         QVERIFY(thread.wait(5000));
     }
 
+    void recordingPanelRecordsAndReplays()
+    {
+        QTemporaryDir folder;
+        const QString recorded = folder.filePath("recorded.nrec");
+        SonarScene scene(SonarConfiguration {});
+        std::vector<NereonImage> sent;
+        RecordingPanel panel;
+        QSignalSpy recordingChanged(&panel, &RecordingPanel::recordingChanged);
+        QVERIFY(panel.startRecording(recorded));
+        for (int i = 0; i < 5; ++i) {
+            sent.push_back(scene.renderFrame(i / 15.0));
+            panel.record(sent.back());
+            QThread::msleep(5); // so that the slider has somewhere to go
+        }
+        panel.stopRecording();
+        QCOMPARE(recordingChanged.count(), 2);
+        QVERIFY(!panel.isRecording());
+        QVERIFY(!panel.startRecording(folder.filePath("missing/recorded.nrec")));
+
+        // Replayed through the panel: every frame, in order, then the end.
+        std::vector<NereonImage> replayed;
+        connect(&panel, &RecordingPanel::frameReplayed, &panel,
+            [&replayed](const NereonImage& image) { replayed.push_back(image); });
+        QSignalSpy started(&panel, &RecordingPanel::replayStarted);
+        QSignalSpy stopped(&panel, &RecordingPanel::replayStopped);
+        QSignalSpy live(&panel, &RecordingPanel::liveRequested);
+        panel.openRecording(recorded, 16.0);
+        QCOMPARE(started.count(), 1);
+        QVERIFY(panel.isReplaying());
+        QTRY_COMPARE(stopped.count(), 1);
+        QCOMPARE(stopped.front().front().toLongLong(), qint64(-1));
+        QCOMPARE(replayed.size(), sent.size());
+        for (std::size_t i = 0; i < sent.size(); ++i)
+            QVERIFY(replayed[i].getData() == sent[i].getData());
+
+        // The slider seeks: back to the start shows the first frame again.
+        auto* slider = panel.findChild<QSlider*>("positionSlider");
+        QVERIFY(slider && slider->isEnabled());
+        replayed.clear();
+        slider->setValue(0);
+        QTRY_COMPARE(replayed.size(), std::size_t(1));
+        QVERIFY(replayed.front().getData() == sent.front().getData());
+
+        panel.returnToLive();
+        QCOMPARE(live.count(), 1);
+        QVERIFY(!panel.isReplaying());
+        QVERIFY(!slider->isEnabled());
+    }
+
     void unitConversion_data()
     {
         QTest::addColumn<const ConvertedUnit*>("unit");
@@ -240,6 +294,13 @@ private slots:
         QTest::newRow("tiny window") << QStringList { "viewer", "--size", "100x100" } << false << -1 << 0
                                      << true;
         QTest::newRow("unknown option") << QStringList { "viewer", "--bogus" } << false << -1 << 0 << true;
+        QTest::newRow("record and replay")
+            << QStringList { "viewer", "--record", "a.nrec", "--replay", "b.nrec", "--speed", "0.5" } << true
+            << -1 << 0 << true;
+        QTest::newRow("speed 0") << QStringList { "viewer", "--replay", "b.nrec", "--speed", "0" } << false
+                                 << -1 << 0 << true;
+        QTest::newRow("replay of nothing")
+            << QStringList { "viewer", "--replay", "" } << false << -1 << 0 << true;
     }
 
     void commandLine()

@@ -354,6 +354,27 @@ private slots:
         }
     }
 
+    void settingsReachBothContexts()
+    {
+        QWidget window;
+        Fixture f;
+        f.display->setParent(&window);
+        f.zoom->setParent(&window);
+        f.display->setGeometry(0, 0, 300, 200);
+        f.zoom->setGeometry(300, 0, 200, 200);
+        QVERIFY(f.show(&window));
+        f.display->setPalette(FanDisplayOptions::RedYellow);
+        QVERIFY(showsPicture(f.zoom, f.display.get()));
+
+        // The magnifier draws first after the change, then the display.
+        f.display->setPalette(FanDisplayOptions::Greyscale);
+        const QImage magnified = f.zoom->grabFramebuffer();
+        const QImage fan = f.display->grabFramebuffer();
+        const QColor grey = magnified.pixelColor(pixelOf(*f.zoom, magnified, probePoint));
+        QCOMPARE(grey.red(), grey.blue());
+        NEREON_VERIFY_PIXEL(fan, pixelOf(*f.display, fan, probePoint), grey, 4);
+    }
+
     void magnifierDeletedDuringOutlineDrag()
     {
         QWidget window;

@@ -2,18 +2,58 @@
 
 #include "gui/OpenGLWidgetPainter.h"
 
+#include <QByteArray>
+#include <QOffscreenSurface>
+#include <QOpenGLContext>
 #include <QSurfaceFormat>
 
 namespace Halcyra::GUI::Widgets::Bases {
+
+namespace {
+
+/**
+ * Whether GL is rendered by the CPU (Mesa's llvmpipe, softpipe or swrast),
+ * asked once per process of a throw-away context. There every sample is paid
+ * for by the CPU in the clear, the fan and the resolve.
+ */
+bool glRendersInSoftware()
+{
+    static const bool software = [] {
+        QOpenGLContext* previousContext = QOpenGLContext::currentContext();
+        QSurface* previousSurface = previousContext ? previousContext->surface() : nullptr;
+
+        bool result = false;
+        QOpenGLContext context;
+        QOffscreenSurface surface;
+        surface.setFormat(QSurfaceFormat::defaultFormat());
+        surface.create();
+        if (context.create() && surface.isValid() && context.makeCurrent(&surface)) {
+            const auto* name = reinterpret_cast<const char*>(context.functions()->glGetString(GL_RENDERER));
+            const QByteArray renderer = QByteArray(name ? name : "").toLower();
+            result = renderer.contains("llvmpipe") || renderer.contains("softpipe")
+                || renderer.contains("swrast") || renderer.contains("software");
+            context.doneCurrent();
+        }
+        if (previousContext)
+            previousContext->makeCurrent(previousSurface);
+        return result;
+    }();
+    return software;
+}
+
+} // namespace
 
 OpenGLWidget::OpenGLWidget(QWidget* parent)
     : QOpenGLWidget(parent)
     , overlayPainter(std::make_unique<OpenGLWidgetPainter>(*this))
 {
     // Start from the application's default so that options such as a debug
-    // context survive; only the sample count is ours, for antialiased overlays.
+    // context survive; only the sample count is ours. Overlays are smooth
+    // without samples (the painter rasterises them); samples smooth the edges
+    // of what is drawn in GL, which a GPU does almost for free and a CPU
+    // renderer pays for several times over in every paint.
     QSurfaceFormat surfaceFormat = QSurfaceFormat::defaultFormat();
-    surfaceFormat.setSamples(4);
+    surfaceFormat.setSamples(glRendersInSoftware() ? 0 : 4);
     // A see-through clear colour needs alpha in the picture (and in its grabs).
     surfaceFormat.setAlphaBufferSize(8);
     setFormat(surfaceFormat);
@@ -22,7 +62,14 @@ OpenGLWidget::OpenGLWidget(QWidget* parent)
     setMouseTracking(true);
 }
 
-OpenGLWidget::~OpenGLWidget() = default;
+OpenGLWidget::~OpenGLWidget()
+{
+    if (isValid()) {
+        makeCurrent();
+        overlayPainter->releaseGlObjects();
+        doneCurrent();
+    }
+}
 
 void OpenGLWidget::scale(float x, float y, float z, bool absolute)
 {

@@ -1,0 +1,82 @@
+#pragma once
+
+#include "nereon/NereonImage.h"
+
+#include <QWidget>
+
+#include <memory>
+
+class FramePlayer;
+class FrameRecorder;
+class QComboBox;
+class QLabel;
+class QPushButton;
+class QSlider;
+class QTimer;
+
+/**
+ * The viewer's recorder and player with their controls: record what the viewer
+ * receives, open a recording and replay it with play, pause, step, seek and
+ * speed. The recorder and the player do their work on threads of their own.
+ */
+class RecordingPanel : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit RecordingPanel(QWidget* parent = nullptr);
+    ~RecordingPanel() override;
+
+    /// Hands `frame` to the recorder while recording; the viewer calls it for every frame it receives.
+    void record(const Halcyra::Nereon::NereonImage& frame);
+
+    /// Starts recording to `path`; false, with getRecordingError(), if the file cannot be made.
+    bool startRecording(const QString& path);
+    void stopRecording();
+    bool isRecording() const;
+    QString getRecordingError() const;
+    /// Asks for a file and starts recording, or stops a recording under way.
+    void toggleRecording();
+
+    /// Replays `path` from its start instead of the live frames.
+    void openRecording(const QString& path, double speed = 1.0);
+    /// Asks for a file to replay.
+    void chooseRecording();
+    /// Ends the replay; the viewer goes back to its live source.
+    void returnToLive();
+    bool isReplaying() const { return replaying; }
+
+signals:
+    void replayStarted();
+    void liveRequested();
+    void frameReplayed(const Halcyra::Nereon::NereonImage& image);
+    void replayOpened(int frameCount, qint64 duration);
+    void replayFailed(const QString& message);
+    /// No further frame comes without a control: at the end (`damageOffset` -1) or at damage.
+    void replayStopped(qint64 damageOffset, const QString& description);
+    void recordingChanged(bool recording);
+
+private:
+    void showRecordingStatus();
+    void showPosition(int index, qint64 timestamp);
+    void enableReplayControls();
+
+    std::unique_ptr<FrameRecorder> recorder;
+    std::unique_ptr<FramePlayer> player;
+    bool replaying = false;
+    int frameCount = 0;
+    qint64 duration = 0;
+    QString replayPath;
+
+    QPushButton* recordButton = nullptr;
+    QLabel* recordingLabel = nullptr;
+    QTimer* statusTimer = nullptr;
+    QPushButton* openButton = nullptr;
+    QPushButton* liveButton = nullptr;
+    QPushButton* playButton = nullptr;
+    QPushButton* stepButton = nullptr;
+    QComboBox* speedBox = nullptr;
+    QSlider* positionSlider = nullptr;
+    QLabel* positionLabel = nullptr;
+    QLabel* replayLabel = nullptr;
+};
