@@ -151,6 +151,8 @@ protected:
     void paintGL() override;
     /// Builds the shader program and the palettes once the GL context exists.
     void initialise() override;
+    /// Releases the engine's GL objects when Qt replaces the context; initialise() makes them again.
+    void releaseGlResources() override;
 
 private:
     friend class FanDisplayProbe; // test access to the private record

@@ -362,6 +362,11 @@ void FanDisplay::setPaletteModifier(uint8_t modifier)
     update();
 }
 
+void FanDisplay::releaseGlResources()
+{
+    d->geometryEngine.releaseGlObjects();
+}
+
 void FanDisplay::initialise()
 {
     glClearColor(static_cast<GLfloat>(d->clearColour.redF()), static_cast<GLfloat>(d->clearColour.greenF()),

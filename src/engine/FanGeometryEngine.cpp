@@ -7,6 +7,8 @@
 #include "palettes/StandardPalettes.h"
 #include "units/AbstractUnit.h"
 
+#include <QOpenGLContext>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -61,6 +63,31 @@ void FanGeometryEngine::destroy()
     aquaPalette.reset();
     intensities.reset();
     fanVertexBuffer.destroy();
+    fanImageProgram.reset();
+    vertexShader.reset();
+    fragmentShader.reset();
+    ownerContext = nullptr;
+}
+
+void FanGeometryEngine::releaseGlObjects()
+{
+    // The palette objects stay: they hold the modifiers, and their textures are
+    // made again by initPalettes().
+    for (QOpenGLTexture* palette : { static_cast<QOpenGLTexture*>(standardPalettes.get()),
+             static_cast<QOpenGLTexture*>(firePalette.get()),
+             static_cast<QOpenGLTexture*>(aquaPalette.get()) }) {
+        if (palette)
+            palette->destroy();
+    }
+    intensities.reset();
+    fanVertexBuffer.destroy();
+    fanImageProgram.reset();
+    vertexShader.reset();
+    fragmentShader.reset();
+    ownerContext = nullptr;
+    newGeometry = true;
+    // The frame on hand is uploaded again at the next draw.
+    newImage = !intensityData.empty();
 }
 
 // ---------------------------------------------------------------------------
@@ -363,6 +390,8 @@ const std::vector<float>& FanGeometryEngine::getRangeLineVertices()
 
 bool FanGeometryEngine::initFanImageShaders()
 {
+    ownerContext = QOpenGLContext::currentContext();
+    fanImageProgram = std::make_unique<QOpenGLShaderProgram>();
     vertexShader = std::make_unique<QOpenGLShader>(QOpenGLShader::Vertex);
     fragmentShader = std::make_unique<QOpenGLShader>(QOpenGLShader::Fragment);
 
@@ -371,23 +400,30 @@ bool FanGeometryEngine::initFanImageShaders()
     if (!fragmentShader->compileSourceFile(QString::fromLatin1(fragmentShaderPath)))
         return false;
 
-    fanImageProgram.addShader(vertexShader.get());
-    fanImageProgram.addShader(fragmentShader.get());
-    fanImageProgram.bindAttributeLocation("aPosition", 0);
-    fanImageProgram.bindAttributeLocation("aTextureCoords", 1);
-    return fanImageProgram.link();
+    fanImageProgram->addShader(vertexShader.get());
+    fanImageProgram->addShader(fragmentShader.get());
+    fanImageProgram->bindAttributeLocation("aPosition", 0);
+    fanImageProgram->bindAttributeLocation("aTextureCoords", 1);
+    return fanImageProgram->link();
 }
 
 void FanGeometryEngine::drawFanImage(const QMatrix4x4& projection)
 {
+    // Nothing to draw with before the owner's initialisation, or after its context went.
+    if (!fanImageProgram || !intensities)
+        return;
     // The engine draws in the display's and the magnifier's contexts.
     initializeOpenGLFunctions();
 
     checkForNewGeometry();
     // The smoothing runs here, once per frame or kernel change, for the display
-    // and the magnifier alike: both sample the same texture.
+    // and the magnifier alike: both sample the same texture. It is made in the
+    // owner's context only: a texture can be released only where its creating
+    // context shares objects, and the magnifier's may be gone by then. The
+    // magnifier draws the last texture until the owner's paint, which repaints it.
     const int radius = DespeckleFilter::radiusForLevel(despeckleLevel);
-    if (newImage || radius != textureRadius) {
+    const bool ownersContext = QOpenGLContext::currentContext() == ownerContext;
+    if (ownersContext && (newImage || radius != textureRadius)) {
         refreshIntensityTexture(radius);
         newImage = false;
     }
@@ -398,13 +434,13 @@ void FanGeometryEngine::drawFanImage(const QMatrix4x4& projection)
     else if (palette == FanDisplayOptions::Aqua)
         chosen = aquaPalette.get();
 
-    fanImageProgram.bind();
+    fanImageProgram->bind();
 
     chosen->bindPalette(0);
-    fanImageProgram.setUniformValue("palettes", 0);
+    fanImageProgram->setUniformValue("palettes", 0);
 
     intensities->bind(1);
-    fanImageProgram.setUniformValue("intensities", 1);
+    fanImageProgram->setUniformValue("intensities", 1);
 
     // The program is shared with the magnifier's context. Mesa skips a uniform
     // write that leaves the program's value as it is, and with it the upload to
@@ -413,27 +449,27 @@ void FanGeometryEngine::drawFanImage(const QMatrix4x4& projection)
     // makes each stage of every context take the values below.
     QMatrix4x4 unlikeAnyProjection;
     unlikeAnyProjection.fill(0.0f);
-    fanImageProgram.setUniformValue("projection", unlikeAnyProjection);
-    fanImageProgram.setUniformValue("chosenPalette", -1.0f);
-    fanImageProgram.setUniformValue("chosenPalette", chosenPalette);
-    fanImageProgram.setUniformValue("projection", projection);
-    fanImageProgram.setUniformValue("UpperThreshold", upperThreshold);
-    fanImageProgram.setUniformValue("LowerThreshold", lowerThreshold);
+    fanImageProgram->setUniformValue("projection", unlikeAnyProjection);
+    fanImageProgram->setUniformValue("chosenPalette", -1.0f);
+    fanImageProgram->setUniformValue("chosenPalette", chosenPalette);
+    fanImageProgram->setUniformValue("projection", projection);
+    fanImageProgram->setUniformValue("UpperThreshold", upperThreshold);
+    fanImageProgram->setUniformValue("LowerThreshold", lowerThreshold);
 
     fanVertexBuffer.bind();
-    const int positionLocation = fanImageProgram.attributeLocation("aPosition");
-    fanImageProgram.enableAttributeArray(positionLocation);
-    fanImageProgram.setAttributeBuffer(positionLocation, GL_FLOAT, 0, 2, 4 * sizeof(float));
-    const int textureLocation = fanImageProgram.attributeLocation("aTextureCoords");
-    fanImageProgram.enableAttributeArray(textureLocation);
-    fanImageProgram.setAttributeBuffer(textureLocation, GL_FLOAT, 2 * sizeof(float), 2, 4 * sizeof(float));
+    const int positionLocation = fanImageProgram->attributeLocation("aPosition");
+    fanImageProgram->enableAttributeArray(positionLocation);
+    fanImageProgram->setAttributeBuffer(positionLocation, GL_FLOAT, 0, 2, 4 * sizeof(float));
+    const int textureLocation = fanImageProgram->attributeLocation("aTextureCoords");
+    fanImageProgram->enableAttributeArray(textureLocation);
+    fanImageProgram->setAttributeBuffer(textureLocation, GL_FLOAT, 2 * sizeof(float), 2, 4 * sizeof(float));
 
     glDrawArrays(GL_TRIANGLES, 0, 3 * width - 3);
 
     fanVertexBuffer.release();
     intensities->release();
     chosen->release();
-    fanImageProgram.release();
+    fanImageProgram->release();
 }
 
 // ---------------------------------------------------------------------------

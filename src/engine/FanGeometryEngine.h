@@ -62,6 +62,12 @@ public:
 
     /// Releases the GL objects; the owner's context must be current.
     void destroy();
+    /**
+     * Releases the GL objects of a context that is about to go (the widget moved
+     * to another window, say), keeping everything else: after the owner's
+     * initialisation in its new context the engine draws the last frame again.
+     */
+    void releaseGlObjects();
 
     // Frames and thresholds
     void processNewImage(const NereonImage& image);
@@ -119,7 +125,7 @@ private:
     /// Uploads the stored frame, smoothed with the kernel of this radius (0: as it is).
     void refreshIntensityTexture(int radius);
 
-    QOpenGLShaderProgram fanImageProgram;
+    std::unique_ptr<QOpenGLShaderProgram> fanImageProgram;
     std::unique_ptr<QOpenGLShader> vertexShader;
     std::unique_ptr<QOpenGLShader> fragmentShader;
     std::int32_t despeckleLevel = 0;
@@ -153,6 +159,8 @@ private:
     std::vector<std::uint16_t> smoothedIntensities;
     /// Kernel radius with which the intensity texture was made.
     int textureRadius = 0;
+    /// The owner's context, where the shaders were built; textures are made only there.
+    QOpenGLContext* ownerContext = nullptr;
 };
 
 } // namespace Halcyra::Nereon::Visualisation

@@ -9,6 +9,8 @@ void AbstractDynamicPalette::initialisePalette()
     AbstractPalette::initialisePalette();
     setSize(256, 1, 1);
     allocateStorage();
+    // A texture made again (in a new context) starts empty.
+    regenerate = true;
 }
 
 void AbstractDynamicPalette::bindPalette(int textureUnit)

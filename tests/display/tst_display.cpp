@@ -205,6 +205,30 @@ private slots:
         }
     }
 
+    void keepsItsPictureInANewContext()
+    {
+        // Without shared contexts a move to another window gives the display a new
+        // context, whose objects must all be made again, dynamic palette included.
+        showDisplay(QSize(301, 301), TestSupport::uniformFrame(64, 50, 30.0, 150));
+        display->setPalette(FanDisplayOptions::Fire);
+        display->setPaletteModifier(90);
+        const QPoint inFan = fanToPixels(*display).map(QPointF(0.1, 0.5)).toPoint();
+        const QColor before = display->grabFramebuffer().pixelColor(inFan);
+        QVERIFY(!TestSupport::pixelMatches(display->grabFramebuffer(), inFan, QColor(76, 76, 76), 10));
+
+        QWidget window;
+        FanDisplay* moved = display.release();
+        moved->setParent(&window);
+        moved->move(0, 0);
+        window.resize(301, 301);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        const QImage after = moved->grabFramebuffer();
+        NEREON_VERIFY_PIXEL(after, inFan, before, 3);
+        moved->newImageReceived(TestSupport::uniformFrame(64, 50, 30.0, 150));
+        NEREON_VERIFY_PIXEL(moved->grabFramebuffer(), inFan, before, 3);
+    }
+
     void measureAndDiscard_data()
     {
         QTest::addColumn<int>("mode");

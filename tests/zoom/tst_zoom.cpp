@@ -6,6 +6,7 @@
 #include "zoom/ZoomDisplayOutline.h"
 
 #include <QApplication>
+#include <QDeadlineTimer>
 #include <QDockWidget>
 #include <QElapsedTimer>
 #include <QHBoxLayout>
@@ -433,11 +434,17 @@ private slots:
         QVERIFY(f.show());
         const auto fitted = zoomable->getCurrentScale();
         QSignalSpy repaints(zoomable, &QOpenGLWidget::frameSwapped);
+        // Settled: a quiet 300 ms comes within a few seconds. An animation ends in
+        // 300 ms; a view that repaints for ever is never quiet that long.
         const auto settles = [&] {
-            QTest::qWait(400); // longer than an animation
-            repaints.clear();
-            QTest::qWait(200);
-            return repaints.isEmpty();
+            QDeadlineTimer deadline(5000);
+            while (!deadline.hasExpired()) {
+                repaints.clear();
+                QTest::qWait(300);
+                if (repaints.isEmpty())
+                    return true;
+            }
+            return false;
         };
 
         zoomable->setZoomLevel(2.0f, false);

@@ -64,6 +64,8 @@ OpenGLWidget::OpenGLWidget(QWidget* parent)
 
 OpenGLWidget::~OpenGLWidget()
 {
+    // QOpenGLWidget destroys the context after this destructor: no hook then.
+    disconnect(contextGoing);
     if (isValid()) {
         makeCurrent();
         overlayPainter->releaseGlObjects();
@@ -136,6 +138,17 @@ void OpenGLWidget::initializeGL()
 {
     initializeOpenGLFunctions();
     overlayPainter->initialise();
+
+    // Qt replaces the context when the widget moves to another window; what was
+    // made in the old one must go with it, or the new one would use dead names.
+    disconnect(contextGoing);
+    contextGoing = connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, [this] {
+        if (QOpenGLContext::currentContext() != context())
+            makeCurrent();
+        overlayPainter->releaseGlObjects();
+        releaseGlResources();
+    });
+
     initialise();
 }
 
@@ -144,6 +157,8 @@ void OpenGLWidget::resizeGL(int, int) { }
 void OpenGLWidget::paintGL() { }
 
 void OpenGLWidget::initialise() { }
+
+void OpenGLWidget::releaseGlResources() { }
 
 OpenGLWidgetPainter& OpenGLWidget::painter()
 {

@@ -59,6 +59,12 @@ protected:
 
     /// GL set-up hook; the context is current and GL functions are resolved.
     virtual void initialise();
+    /**
+     * GL release hook, called with the context current just before Qt destroys
+     * it while the widget lives on (a move to another window, for one);
+     * initialise() follows in the new context. Not called from the destructor.
+     */
+    virtual void releaseGlResources();
 
     /// The widget's overlay painter; use it inside paintGL().
     OpenGLWidgetPainter& painter();
@@ -70,6 +76,7 @@ private:
     QMatrix4x4 projection;
     bool projectionDirty = false;
     std::unique_ptr<OpenGLWidgetPainter> overlayPainter;
+    QMetaObject::Connection contextGoing;
 };
 
 } // namespace Halcyra::GUI::Widgets::Bases
