@@ -58,15 +58,10 @@ FanGeometryEngine::~FanGeometryEngine() = default;
 
 void FanGeometryEngine::destroy()
 {
+    releaseGlObjects();
     standardPalettes.reset();
     firePalette.reset();
     aquaPalette.reset();
-    intensities.reset();
-    fanVertexBuffer.destroy();
-    fanImageProgram.reset();
-    vertexShader.reset();
-    fragmentShader.reset();
-    ownerContext = nullptr;
 }
 
 void FanGeometryEngine::releaseGlObjects()
