@@ -101,6 +101,15 @@ struct Fixture
         return exposed;
     }
     bool show() { return show(display.get()); }
+    /// Display and magnifier in one window, so that their GL contexts share the engine's objects.
+    bool showSideBySide(QWidget& window)
+    {
+        display->setParent(&window);
+        zoom->setParent(&window);
+        display->setGeometry(0, 0, 300, 200);
+        zoom->setGeometry(300, 0, 200, 200);
+        return show(&window);
+    }
 
     std::unique_ptr<FanDisplay> display;
     ZoomDisplay* zoom;
@@ -162,11 +171,7 @@ private slots:
         // fixture goes first and takes the display and magnifier out of it.
         QWidget window;
         Fixture f;
-        f.display->setParent(&window);
-        f.zoom->setParent(&window);
-        f.display->setGeometry(0, 0, 300, 200);
-        f.zoom->setGeometry(300, 0, 200, 200);
-        QVERIFY(f.show(&window));
+        QVERIFY(f.showSideBySide(window));
 
         // Apex at the bottom centre; the bottom corners lie 90 degrees off the centre line.
         NEREON_VERIFY_PIXEL(f.zoom->grabFramebuffer(), QPoint(3, 196), QColor(77, 77, 77), 3);
@@ -359,11 +364,7 @@ private slots:
     {
         QWidget window;
         Fixture f;
-        f.display->setParent(&window);
-        f.zoom->setParent(&window);
-        f.display->setGeometry(0, 0, 300, 200);
-        f.zoom->setGeometry(300, 0, 200, 200);
-        QVERIFY(f.show(&window));
+        QVERIFY(f.showSideBySide(window));
         f.display->setPalette(FanDisplayOptions::RedYellow);
         QVERIFY(showsPicture(f.zoom, f.display.get()));
 
@@ -380,11 +381,7 @@ private slots:
     {
         QWidget window;
         Fixture f;
-        f.display->setParent(&window);
-        f.zoom->setParent(&window);
-        f.display->setGeometry(0, 0, 300, 200);
-        f.zoom->setGeometry(300, 0, 200, 200);
-        QVERIFY(f.show(&window));
+        QVERIFY(f.showSideBySide(window));
 
         // Press on the outline's left edge, then the application deletes the magnifier.
         const QImage fan = f.display->grabFramebuffer();
