@@ -160,12 +160,18 @@ void FanGeometryEngine::uploadIntensityTexture(int textureWidth, int textureHeig
     if (!intensities)
         intensities = std::make_unique<QOpenGLTexture>(QOpenGLTexture::Target2D);
 
-    // Replaced whole, under a new GL name, at every upload.
-    intensities->destroy();
-    intensities->create();
-    intensities->setSize(textureWidth, textureHeight, 1);
-    intensities->setFormat(format);
-    intensities->allocateStorage();
+    // Frames of one shape reuse the storage: new storage per frame costs
+    // software GL an allocation, page faults and a clear of every texel.
+    if (!intensities->isStorageAllocated() || intensities->width() != textureWidth
+        || intensities->height() != textureHeight || intensities->format() != format) {
+        intensities->destroy();
+        intensities->create();
+        intensities->setSize(textureWidth, textureHeight, 1);
+        intensities->setFormat(format);
+        intensities->allocateStorage();
+        intensities->setMinificationFilter(QOpenGLTexture::Nearest);
+        intensities->setMagnificationFilter(QOpenGLTexture::Linear);
+    }
 
     // Rows are tightly packed, so beam counts that are not a multiple of 4
     // need byte alignment.
@@ -174,9 +180,6 @@ void FanGeometryEngine::uploadIntensityTexture(int textureWidth, int textureHeig
     glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
     intensities->setData(QOpenGLTexture::Red, type, texels);
     glPixelStorei(GL_UNPACK_ALIGNMENT, previousAlignment);
-
-    intensities->setMinificationFilter(QOpenGLTexture::Nearest);
-    intensities->setMagnificationFilter(QOpenGLTexture::Linear);
 }
 
 void FanGeometryEngine::refreshIntensityTexture(int radius)
