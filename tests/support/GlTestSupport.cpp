@@ -6,6 +6,7 @@
 #include <QOpenGLFunctions_2_0>
 #include <QSurfaceFormat>
 #include <QTest>
+#include <QWidget>
 #if QT_VERSION_MAJOR >= 6
 #include <QOpenGLVersionFunctionsFactory>
 #endif
@@ -48,14 +49,22 @@ void keepGlDriverLoaded()
         nullptr);
 }
 
+bool showExposed(QWidget& widget)
+{
+    widget.show();
+    const bool exposed = QTest::qWaitForWindowExposed(&widget);
+    keepGlDriverLoaded();
+    return exposed;
+}
+
 bool pixelMatches(const QImage& image, QPoint at, const QColor& expected, int tolerance)
 {
     if (!image.rect().contains(at))
         return false;
     const QColor actual = image.pixelColor(at);
     return std::abs(actual.red() - expected.red()) <= tolerance
-           && std::abs(actual.green() - expected.green()) <= tolerance
-           && std::abs(actual.blue() - expected.blue()) <= tolerance;
+        && std::abs(actual.green() - expected.green()) <= tolerance
+        && std::abs(actual.blue() - expected.blue()) <= tolerance;
 }
 
 QString describePixel(const QImage& image, QPoint at, const QColor& expected)
@@ -77,7 +86,8 @@ QString saveFailurePicture(const QImage& image, const QString& label)
     QString name = QString::fromLatin1(QTest::currentTestFunction());
     if (const char* tag = QTest::currentDataTag())
         name += QLatin1Char('-') + QString::fromLatin1(tag).replace(QLatin1Char(' '), QLatin1Char('_'));
-    const QString path = QDir::current().absoluteFilePath(name + QLatin1Char('-') + label + QStringLiteral(".png"));
+    const QString path
+        = QDir::current().absoluteFilePath(name + QLatin1Char('-') + label + QStringLiteral(".png"));
     image.save(path);
     return path;
 }
@@ -101,7 +111,7 @@ GlErrorWatcher::GlErrorWatcher(QOpenGLContext* context)
     if (!context || !logger->initialize())
         return;
     QObject::connect(logger.get(), &QOpenGLDebugLogger::messageLogged,
-                     [this](const QOpenGLDebugMessage& message) { messages.push_back(message); });
+        [this](const QOpenGLDebugMessage& message) { messages.push_back(message); });
     logger->startLogging(QOpenGLDebugLogger::SynchronousLogging);
 }
 

@@ -12,6 +12,7 @@
 class QOpenGLDebugLogger;
 class QOpenGLContext;
 class QOpenGLFunctions_2_0;
+class QWidget;
 
 namespace TestSupport {
 
@@ -27,6 +28,12 @@ void useTestSurfaceFormat();
  * GL context exists; harmless otherwise.
  */
 void keepGlDriverLoaded();
+
+/**
+ * Shows the widget, waits until its window is exposed and keeps the GL driver
+ * loaded (see keepGlDriverLoaded). False when the window never got exposed.
+ */
+bool showExposed(QWidget& widget);
 
 /**
  * The OpenGL 2.0 functions of the context (which must be current), resolved,
@@ -48,8 +55,8 @@ QString describePixel(const QImage& image, QPoint at, const QColor& expected);
 QString saveFailurePicture(const QImage& image, const QString& label);
 
 /// Number of pixels in rect whose colour differs from background by more than tolerance.
-int countPixelsDiffering(const QImage& image, const QRect& rect, const QColor& background,
-                         int tolerance = 24);
+int countPixelsDiffering(
+    const QImage& image, const QRect& rect, const QColor& background, int tolerance = 24);
 
 /**
  * Collects the GL debug messages of a context (which must be current and
@@ -72,11 +79,11 @@ private:
 } // namespace TestSupport
 
 /// QCOMPARE-like check of one pixel that saves the picture when it fails.
-#define NEREON_VERIFY_PIXEL(image, point, expected, tolerance)                                     \
-    do {                                                                                           \
-        if (!TestSupport::pixelMatches((image), (point), (expected), (tolerance))) {               \
-            const QString path = TestSupport::saveFailurePicture((image), QStringLiteral("actual")); \
-            QFAIL(qPrintable(TestSupport::describePixel((image), (point), (expected))             \
-                             + QStringLiteral(" (picture: ") + path + QStringLiteral(")")));     \
-        }                                                                                          \
+#define NEREON_VERIFY_PIXEL(image, point, expected, tolerance)                                               \
+    do {                                                                                                     \
+        if (!TestSupport::pixelMatches((image), (point), (expected), (tolerance))) {                         \
+            const QString path = TestSupport::saveFailurePicture((image), QStringLiteral("actual"));         \
+            QFAIL(qPrintable(TestSupport::describePixel((image), (point), (expected))                        \
+                + QStringLiteral(" (picture: ") + path + QStringLiteral(")")));                              \
+        }                                                                                                    \
     } while (false)
