@@ -1,4 +1,5 @@
 #include "FanDisplay.h"
+#include "FanView.h"
 #include "GlTestSupport.h"
 #include "TestFrames.h"
 #include "ZoomDisplay.h"
@@ -18,7 +19,8 @@
 #include <vector>
 
 using namespace Halcyra::Nereon::Visualisation;
-using Halcyra::GUI::Widgets::Bases::OpenGLWidget;
+using TestSupport::OpenGLWidget;
+using TestSupport::pixelOf;
 
 namespace {
 
@@ -36,13 +38,6 @@ QPointF translationOf(const OpenGLWidget& widget)
 #define VERIFY_NEAR(actual, expected, tolerance)                                                             \
     QVERIFY2(QLineF((actual), (expected)).length() <= (tolerance),                                           \
         qPrintable(QString::asprintf(#actual " is (%.9g, %.9g)", (actual).x(), (actual).y())))
-
-/// The pixel of a widget's framebuffer picture that shows a fan point.
-QPoint pixelOf(OpenGLWidget& widget, const QImage& image, QPointF fanPoint)
-{
-    const QPointF clip = widget.getCurrentProjection().map(fanPoint);
-    return QPoint(int((clip.x() + 1.0) / 2.0 * image.width()), int((1.0 - clip.y()) / 2.0 * image.height()));
-}
 
 // Inside the magnifier's default region, clear of the range grid.
 const QPointF probePoint(0.1, 0.3);
@@ -73,12 +68,27 @@ bool showsPicture(ZoomDisplay* zoom, FanDisplay* display)
     return false;
 }
 
+/// Whether the shown window got exposed; a little later, when its first paints are done.
 bool exposed(QWidget* window)
 {
     const bool result = QTest::qWaitForWindowExposed(window);
     TestSupport::keepGlDriverLoaded();
     QTest::qWait(60);
     return result;
+}
+
+/// Whether the widget stops repainting: a quiet 300 ms comes within a few seconds. An
+/// animation ends in 300 ms; a view that repaints for ever is never quiet that long.
+bool settles(QOpenGLWidget* widget)
+{
+    QSignalSpy repaints(widget, &QOpenGLWidget::frameSwapped);
+    for (QDeadlineTimer deadline(5000); !deadline.hasExpired();) {
+        repaints.clear();
+        QTest::qWait(300);
+        if (repaints.isEmpty())
+            return true;
+    }
+    return false;
 }
 
 /// A fan display showing one frame; it owns its magnifier here, which must go first.
@@ -95,19 +105,16 @@ struct Fixture
     {
         window->resize(300, 200);
         window->show();
-        const bool exposed = QTest::qWaitForWindowExposed(window);
-        TestSupport::keepGlDriverLoaded();
-        QTest::qWait(60);
-        return exposed;
+        return exposed(window);
     }
     bool show() { return show(display.get()); }
     /// Display and magnifier in one window, so that their GL contexts share the engine's objects.
-    bool showSideBySide(QWidget& window)
+    bool showSideBySide(QWidget& window, int magnifierSide = 200)
     {
         display->setParent(&window);
         zoom->setParent(&window);
         display->setGeometry(0, 0, 300, 200);
-        zoom->setGeometry(300, 0, 200, 200);
+        zoom->setGeometry(300, 0, magnifierSide, magnifierSide);
         return show(&window);
     }
 
@@ -255,20 +262,15 @@ private slots:
             QVERIFY(std::abs(levels[tick] - (1.0 + tick / 10.0)) < 1e-4);
 
         // Exactly at the end level, and the timer has stopped: no more repaints.
-        QSignalSpy repaints(zoomable, &QOpenGLWidget::frameSwapped);
-        const auto settlesAt = [&](float level) {
-            QTest::qWait(100);
-            repaints.clear();
-            QTest::qWait(200);
-            return qFuzzyCompare(zoomable->getCurrentScale().x, level * fitted) && repaints.isEmpty();
-        };
-        QVERIFY(settlesAt(2.0f));
+        QVERIFY(settles(zoomable));
+        QCOMPARE(zoomable->getCurrentScale().x, 2.0f * fitted);
 
         // An instant change ends a running animation for good.
         zoomable->setZoomLevel(1.0f, true);
         QTRY_VERIFY(zoomable->getCurrentScale().x < 2.0f * fitted);
         zoomable->setZoomLevel(3.0f, false);
-        QVERIFY(settlesAt(3.0f));
+        QVERIFY(settles(zoomable));
+        QVERIFY(qFuzzyCompare(zoomable->getCurrentScale().x, 3.0f * fitted));
 
         // Off-centre, so that keeping the centre is not free.
         zoomable->translate(0.2f, -0.3f, 0.0f, false);
@@ -313,7 +315,6 @@ private slots:
             window.resize(500, 200);
             window.show();
             QVERIFY(exposed(&window));
-            QTRY_VERIFY(showsPicture(zoom, display));
             break;
         }
         case 1:
@@ -322,7 +323,6 @@ private slots:
             QVERIFY(exposed(zoom));
             QVERIFY(showsBackground(zoom));
             QVERIFY(f.show());
-            QTRY_VERIFY(showsPicture(zoom, display));
             break;
         case 2: {
             mainWindow.setCentralWidget(display);
@@ -338,15 +338,10 @@ private slots:
             QTRY_VERIFY(showsPicture(zoom, display));
             dock->setFloating(false);
             QVERIFY(exposed(&mainWindow));
-            QTRY_VERIFY(showsPicture(zoom, display));
             break;
         }
         case 3: {
-            display->setParent(&window);
-            zoom->setParent(&window);
-            display->setGeometry(0, 0, 300, 200);
-            zoom->setGeometry(300, 0, 200, 200);
-            QVERIFY(f.show(&window));
+            QVERIFY(f.showSideBySide(window));
             QTRY_VERIFY(showsPicture(zoom, display));
             // A new window gives the display a new GL context and initialises it again.
             display->setParent(&otherWindow);
@@ -354,10 +349,10 @@ private slots:
             QVERIFY(f.show(&otherWindow));
             display->show();
             QVERIFY(exposed(&otherWindow));
-            QTRY_VERIFY(showsPicture(zoom, display));
             break;
         }
         }
+        QTRY_VERIFY(showsPicture(zoom, display));
     }
 
     void settingsReachBothContexts()
@@ -430,41 +425,27 @@ private slots:
         Fixture f(zoomable);
         QVERIFY(f.show());
         const auto fitted = zoomable->getCurrentScale();
-        QSignalSpy repaints(zoomable, &QOpenGLWidget::frameSwapped);
-        // Settled: a quiet 300 ms comes within a few seconds. An animation ends in
-        // 300 ms; a view that repaints for ever is never quiet that long.
-        const auto settles = [&] {
-            QDeadlineTimer deadline(5000);
-            while (!deadline.hasExpired()) {
-                repaints.clear();
-                QTest::qWait(300);
-                if (repaints.isEmpty())
-                    return true;
-            }
-            return false;
-        };
-
         zoomable->setZoomLevel(2.0f, false);
-        QVERIFY(settles());
+        QVERIFY(settles(zoomable));
         for (const float level : { std::nanf(""), INFINITY, -INFINITY }) {
             for (const bool animate : { false, true })
                 zoomable->setZoomLevel(level, animate);
         }
         QCOMPARE(zoomable->getZoomLevel(), 2.0f);
-        QVERIFY(settles());
+        QVERIFY(settles(zoomable));
         QCOMPARE(zoomable->getCurrentScale().x, 2.0f * fitted.x);
 
         // Zero shrinks the fan to a point; a negative level turns the view about its centre.
         zoomable->setZoomLevel(0.0f, false);
-        QVERIFY(settles());
+        QVERIFY(settles(zoomable));
         QCOMPARE(zoomable->getZoomLevel(), 0.0f);
         QCOMPARE(zoomable->getCurrentScale().y, 0.0f);
         zoomable->setZoomLevel(-1.0f, false);
-        QVERIFY(settles());
+        QVERIFY(settles(zoomable));
         QCOMPARE(zoomable->getCurrentScale().y, -fitted.y);
         zoomable->setZoomLevel(0.0f, false);
         zoomable->setZoomLevel(3.0f, true);
-        QVERIFY(settles());
+        QVERIFY(settles(zoomable));
         QVERIFY(qFuzzyCompare(zoomable->getCurrentScale().y, 3.0f * fitted.y));
         const QImage picture = zoomable->grabFramebuffer();
         QVERIFY(!TestSupport::pixelMatches(
@@ -485,12 +466,7 @@ private slots:
         QFETCH(QSize, via);
         QWidget window;
         Fixture f;
-        f.display->setParent(&window);
-        f.zoom->setParent(&window);
-        f.display->setGeometry(0, 0, 300, 200);
-        f.zoom->setGeometry(300, 0, 240, 240);
-        window.resize(540, 240);
-        QVERIFY(f.show(&window));
+        QVERIFY(f.showSideBySide(window, 240));
         f.zoom->zoomIn();
         const auto before = f.zoom->getCurrentScale();
 
