@@ -3,6 +3,7 @@
 // must give the same picture as a display that never saw the storm.
 
 #include "FanDisplay.h"
+#include "FanView.h"
 #include "GlTestSupport.h"
 #include "TestFrames.h"
 #include "TestUnits.h"
@@ -18,20 +19,13 @@
 #include <random>
 
 using namespace Halcyra::Nereon::Visualisation;
-using Halcyra::GUI::Widgets::Bases::OpenGLWidget;
 using Halcyra::Nereon::NereonImage;
+using TestSupport::pixelOf;
 
 namespace {
 
 constexpr int StormEvents = 600;
 constexpr unsigned StormSeed = 20261123;
-
-/// The pixel of a widget's framebuffer picture that shows a fan point.
-QPoint pixelOf(OpenGLWidget& widget, const QImage& image, QPointF fanPoint)
-{
-    const QPointF clip = widget.getCurrentProjection().map(fanPoint);
-    return QPoint(int((clip.x() + 1.0) / 2.0 * image.width()), int((1.0 - clip.y()) / 2.0 * image.height()));
-}
 
 class Storm
 {
@@ -44,56 +38,33 @@ public:
 
     void step()
     {
-        switch (pick(20)) {
-        case 0:
-        case 1:
-            mouse(QEvent::MouseButtonPress);
-            break;
-        case 2:
-        case 3:
-        case 4:
-            mouse(QEvent::MouseMove);
-            break;
-        case 5:
-            mouse(QEvent::MouseButtonRelease);
-            break;
-        case 6:
+        const int what = pick(20);
+        if (what < 6)
+            mouse(what < 2     ? QEvent::MouseButtonPress
+                    : what < 5 ? QEvent::MouseMove
+                               : QEvent::MouseButtonRelease);
+        else if (what == 6)
             wheel();
-            break;
-        case 7:
+        else if (what == 7)
             resize(display, { { 0, 0 }, { 1, 5000 }, { 5000, 1 }, { 300, 0 } });
-            break;
-        case 8:
+        else if (what == 8)
             resize(magnifier, { { 0, 0 }, { 240, 0 }, { 0, 240 }, { 1, 5000 } });
-            break;
-        case 9:
+        else if (what == 9)
             display.setRotation(pick(1441) - 720);
-            break;
-        case 10:
+        else if (what == 10)
             pick(2) ? display.verticalFlip() : display.horizontalFlip();
-            break;
-        case 11:
+        else if (what == 11)
             display.setMeasurementMode(static_cast<FanDisplayOptions::MeasurementMode>(pick(4)));
-            break;
-        case 12:
+        else if (what == 12)
             zoomLevel();
-            break;
-        case 13:
+        else if (what == 13)
             magnifierAction();
-            break;
-        case 14:
-            display.setPalette(static_cast<FanDisplayOptions::Palette>(pick(9)));
-            display.setPaletteModifier(static_cast<std::uint8_t>(pick(256)));
-            display.setClampLevel(std::uniform_real_distribution<float>(-0.1f, 1.2f)(random));
-            display.setDespeckleLevel(pick(4));
-            break;
-        case 15:
+        else if (what == 14)
+            restyle();
+        else if (what == 15)
             display.setOverlayFeature(static_cast<FanDisplayOptions::OverlayFeature>(pick(3)), pick(2));
-            break;
-        default:
+        else
             display.newImageReceived(frame());
-            break;
-        }
         // Paints happen in between, as they would at the user's pace.
         if (pick(4) == 0)
             QCoreApplication::processEvents();
@@ -167,27 +138,28 @@ private:
 
     void magnifierAction()
     {
-        switch (pick(6)) {
-        case 0:
+        const int what = pick(6);
+        if (what == 0)
             magnifier.zoomIn();
-            break;
-        case 1:
+        else if (what == 1)
             magnifier.zoomOut();
-            break;
-        case 2:
+        else if (what == 2)
             magnifier.reset();
-            break;
-        case 3:
+        else if (what == 3)
             magnifier.pan(std::uniform_real_distribution<float>(-2.0f, 2.0f)(random),
                 std::uniform_real_distribution<float>(-2.0f, 2.0f)(random), pick(2));
-            break;
-        case 4:
+        else if (what == 4)
             magnifier.setVisible(!magnifier.isVisible());
-            break;
-        default:
+        else
             display.setClearColour(QColor::fromRgb(pick(256), pick(256), pick(256)));
-            break;
-        }
+    }
+
+    void restyle()
+    {
+        display.setPalette(static_cast<FanDisplayOptions::Palette>(pick(9)));
+        display.setPaletteModifier(static_cast<std::uint8_t>(pick(256)));
+        display.setClampLevel(std::uniform_real_distribution<float>(-0.1f, 1.2f)(random));
+        display.setDespeckleLevel(pick(4));
     }
 
     NereonImage frame()
@@ -239,9 +211,7 @@ private slots:
         display->setGeometry(0, 0, 300, 200);
         magnifier->setGeometry(300, 0, 200, 200);
         reference->setGeometry(0, 400, 300, 200);
-        window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
-        TestSupport::keepGlDriverLoaded();
+        QVERIFY(TestSupport::showExposed(window));
 
         Storm storm(*display, *magnifier);
         // NEREON_STORM_EVENTS runs a longer (or shorter) storm by hand.
