@@ -5,6 +5,7 @@
 #include "palettes/ShownPalette.h"
 
 #include "../engine/FanGeometryEngineProbe.h"
+#include "FanView.h"
 #include "GlTestSupport.h"
 #include "TestFrames.h"
 #include "TestUnits.h"
@@ -28,17 +29,12 @@ struct FanDisplayProbe
 using namespace Halcyra::Nereon::Visualisation;
 using Palettes::ShownPalette;
 using Probe = FanDisplayProbe;
+using TestSupport::fanToPixels;
+using TestSupport::pixelOf;
 
 Q_DECLARE_METATYPE(FanDisplayOptions::Palette)
 
 namespace {
-
-/// Fan coordinates to widget pixels, as of the last paint.
-QTransform fanToPixels(FanDisplay& display)
-{
-    const double w = display.width() / 2.0, h = display.height() / 2.0;
-    return display.getCurrentProjection().toTransform() * QTransform(w, 0, 0, -h, w, h);
-}
 
 /// The fan's outline in widget pixels: the apex and a dense walk along the rim.
 QPolygonF fanOutline(FanDisplay& display, double halfApertureDegrees)
@@ -49,13 +45,6 @@ QPolygonF fanOutline(FanDisplay& display, double halfApertureDegrees)
         outline << QPointF(std::cos(a), std::sin(a));
     }
     return fanToPixels(display).map(outline);
-}
-
-/// The pixel that holds a fan point (pixel k spans k to k + 1).
-QPoint pixelAt(FanDisplay& display, QPointF fanPoint)
-{
-    const QPointF at = fanToPixels(display).map(fanPoint);
-    return QPoint(static_cast<int>(std::floor(at.x())), static_cast<int>(std::floor(at.y())));
 }
 
 /// A fan point clear of the range lines, arcs and labels.
@@ -77,9 +66,7 @@ private:
         display->resize(size);
         display->setRotation(rotation);
         display->setDistanceUnit(&metres);
-        display->show();
-        QVERIFY(QTest::qWaitForWindowExposed(display.get()));
-        TestSupport::keepGlDriverLoaded();
+        QVERIFY(TestSupport::showExposed(*display));
     }
 
     /// Paints a frame of one intensity; thresholds, when given, replace the smoothed ones first.
@@ -222,7 +209,7 @@ private slots:
         const QImage image = paintUniform(0); // a black fan
         // The centre range line runs along a pixel column; arcs are antialiased, so the
         // pixel nearest the colour in a small box stands for them.
-        NEREON_VERIFY_PIXEL(image, pixelAt(*display, QPointF(0.0, 0.5)), expected, 2);
+        NEREON_VERIFY_PIXEL(image, pixelOf(*display, image, QPointF(0.0, 0.5)), expected, 2);
         const QPoint onArc
             = fanToPixels(*display).map(QPointF(0.4 * std::cos(1.3), 0.4 * std::sin(1.3))).toPoint();
         int nearest = 1000;
@@ -273,7 +260,7 @@ private slots:
             const QImage image
                 = paintUniform(static_cast<std::uint8_t>(std::lround(intensity * 255.0)), lower, upper);
             const QColor fan = image.pixelColor(fanToPixels(*display).map(insideFan).toPoint());
-            const QColor line = image.pixelColor(pixelAt(*display, QPointF(0.0, 0.5)));
+            const QColor line = image.pixelColor(pixelOf(*display, image, QPointF(0.0, 0.5)));
             // Web accessibility's contrast ratio for graphics that must be seen: at least 3 to 1.
             const double ratio = ShownPalette::contrastRatio(fan, line);
             QVERIFY2(ratio >= 3.0,
@@ -316,9 +303,7 @@ private slots:
         shown->raise();
         if (!setWhileShown)
             shown->setClearColour(clear);
-        window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
-        TestSupport::keepGlDriverLoaded();
+        QVERIFY(TestSupport::showExposed(window));
         shown->newImageReceived(TestSupport::uniformFrame(64, 50, 30.0, 128));
         if (setWhileShown)
             shown->setClearColour(clear);
