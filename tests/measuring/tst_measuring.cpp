@@ -134,9 +134,7 @@ private slots:
         ToolCanvas canvas;
         canvas.tool = tool.get();
         canvas.setFixedSize(300, 200);
-        canvas.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&canvas));
-        TestSupport::keepGlDriverLoaded();
+        QVERIFY(TestSupport::showExposed(canvas));
         QTRY_COMPARE(canvas.size(), QSize(300, 200));
         const QImage picture = canvas.grabFramebuffer();
         bool drawn = TestSupport::countPixelsDiffering(picture, text, Qt::black) > 20; // the label
