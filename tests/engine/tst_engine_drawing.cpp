@@ -324,7 +324,7 @@ private slots:
         QSignalSpy swapped(display.get(), &QOpenGLWidget::frameSwapped);
         const NereonImage frame = uniformFrame(512, 1000, 10.0, 90);
         display->newImageReceived(frame);
-        QTRY_VERIFY(!swapped.isEmpty()); // the frame alone brings its paint
+        QTRY_VERIFY_WITH_TIMEOUT(!swapped.isEmpty(), 30000); // the frame alone brings its paint
 
         display->newImageReceived(frame);
         if (announced) // the counts are in, so the repaint has been posted
