@@ -471,6 +471,8 @@ void MainWindow::restoreSettings()
     areaUnitBox->setCurrentIndex(std::clamp(settings.value("areaUnit", 0).toInt(), 0, 1));
     brandingBox->setChecked(settings.value("branding", false).toBool());
     animateBox->setChecked(settings.value("animateZoom", true).toBool());
+    colourScaleBox->setChecked(settings.value("colourScale", false).toBool());
+    autoGridBox->setChecked(settings.value("automaticGridColour", false).toBool());
     // No font saved yet: keep the default without asking QFont to parse nothing.
     const QString fontDescription = settings.value("font").toString();
     QFont font;
@@ -514,6 +516,8 @@ void MainWindow::saveSettings() const
     settings.setValue("areaUnit", areaUnitBox->currentIndex());
     settings.setValue("branding", brandingBox->isChecked());
     settings.setValue("animateZoom", animateBox->isChecked());
+    settings.setValue("colourScale", colourScaleBox->isChecked());
+    settings.setValue("automaticGridColour", autoGridBox->isChecked());
     settings.setValue("font", fontButton->font().toString());
     settings.setValue("zoomLevel", display->getZoomLevel());
     settings.endGroup();
@@ -548,10 +552,13 @@ void MainWindow::applyCommandLine(const ViewerOptions& commandLine)
         sonarConfiguration.beamCount = commandLine.beamCount;
     if (commandLine.zoomLevel > 0.0)
         display->setZoomLevel(static_cast<float>(commandLine.zoomLevel), false);
-    colourScaleBox->setChecked(commandLine.colourScale);
-    autoGridBox->setChecked(commandLine.automaticGridColour);
-    display->setColourScaleVisible(commandLine.colourScale);
-    display->setAutomaticGridColour(commandLine.automaticGridColour);
+    // The switches turn these on; without them the saved choice stays.
+    if (commandLine.colourScale)
+        colourScaleBox->setChecked(true);
+    if (commandLine.automaticGridColour)
+        autoGridBox->setChecked(true);
+    display->setColourScaleVisible(colourScaleBox->isChecked());
+    display->setAutomaticGridColour(autoGridBox->isChecked());
 
     // The controls set above are not connected yet: hand their values over now.
     display->setDespeckleLevel(despeckleBox->value());

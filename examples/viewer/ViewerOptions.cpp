@@ -49,7 +49,8 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
         options.error = parser.errorText();
         return options;
     }
-    if (parser.isSet(help)) {
+    // --help-all comes with the help option; the viewer has no options of its own to add there.
+    if (parser.isSet(help) || parser.isSet(QStringLiteral("help-all"))) {
         options.helpShown = true;
         options.error = parser.helpText();
         return options;

@@ -144,6 +144,7 @@ void ZoomDisplay::setClearColour(const QColor& colour)
 {
     d->clearColour = colour;
     d->clearColourChanged = true;
+    d->clearColourChosen = true;
 }
 
 FanDisplay& ZoomDisplay::getParentDisplay() const
@@ -154,6 +155,10 @@ FanDisplay& ZoomDisplay::getParentDisplay() const
 void ZoomDisplay::initialise()
 {
     glClearColor(0.3f, 0.3f, 0.3f, 1.0f);
+    // A new context (the magnifier moved to another window, say) starts grey:
+    // a colour the application chose is set again at the next paint.
+    if (d->clearColourChosen)
+        d->clearColourChanged = true;
 }
 
 void ZoomDisplay::resizeEvent(QResizeEvent* event)

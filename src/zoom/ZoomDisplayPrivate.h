@@ -42,6 +42,8 @@ public:
     FanDisplay& parentDisplay;
     QColor clearColour = QColor(QStringLiteral("white"));
     bool clearColourChanged = false;
+    /// Whether the application chose a clear colour, kept over a change of context.
+    bool clearColourChosen = false;
     std::int32_t zoomLevelIndex = 0;
 
     // The last width and height above zero. A resize scales against these, so
