@@ -84,10 +84,19 @@ FanDisplay::FanDisplay(QWidget* parent)
 {
     // Position reports and the hover cursor need moves without a pressed button.
     setMouseTracking(true);
+
+    // A new frame is painted once the engine's worker has its results, so the
+    // paint finds them ready instead of waiting for them on the GUI thread.
+    d->geometryEngine.setFrameReadyCallback([this] {
+        QMetaObject::invokeMethod(
+            this, [this] { update(); }, Qt::QueuedConnection);
+    });
 }
 
 FanDisplay::~FanDisplay()
 {
+    d->geometryEngine.setFrameReadyCallback(nullptr);
+
     // A magnifier never placed in a widget tree has no other owner.
     ZoomDisplay* zoom = d->liveZoomDisplay();
     if (zoom && !zoom->parentWidget())
@@ -284,8 +293,8 @@ void FanDisplay::newImageReceived(const NereonImage& image)
         const Vec3<float>& currentScale = getCurrentScale();
         d->tool->updateMeasurement(range, currentScale.x, currentScale.y);
     }
+    // The repaint is requested by the frame-ready callback.
     d->geometryEngine.processNewImage(image);
-    update();
 
     const std::int64_t now = QDateTime::currentMSecsSinceEpoch() / 1000;
     if (now != d->lastFrameSecond) {

@@ -1,7 +1,7 @@
 #include "engine/FanGeometryEngine.h"
 
-#include "engine/IntensityHistogram.h"
-#include "nereon/NereonImage.h"
+#include "engine/DespeckleFilter.h"
+#include "engine/FrameIngestor.h"
 #include "palettes/AquaPalette.h"
 #include "palettes/FirePalette.h"
 #include "palettes/StandardPalettes.h"
@@ -51,6 +51,7 @@ FanGeometryEngine::FanGeometryEngine()
     : standardPalettes(std::make_unique<Palettes::StandardPalettes>())
     , firePalette(std::make_unique<Palettes::FirePalette>())
     , aquaPalette(std::make_unique<Palettes::AquaPalette>())
+    , ingestor(std::make_unique<FrameIngestor>())
 {
 }
 
@@ -82,7 +83,7 @@ void FanGeometryEngine::releaseGlObjects()
     ownerContext = nullptr;
     newGeometry = true;
     // The frame on hand is uploaded again at the next draw.
-    newImage = !intensityData.empty();
+    newImage = !intensityFrame.getData().empty();
 }
 
 // ---------------------------------------------------------------------------
@@ -107,42 +108,54 @@ void FanGeometryEngine::processNewImage(const NereonImage& image)
         startAngle = static_cast<std::int16_t>((180 - wholeAperture) / 2);
     }
 
-    // The copy is made by the counting pass, which reads the bytes anyway.
-    const std::vector<std::uint8_t>& data = image.getData();
-    intensityData.resize(data.size());
-    const std::int64_t target = IntensityHistogram::thresholdTarget(data.size(), clampLevel);
-    applyThresholds(
-        IntensityHistogram::count(data.data(), intensityData.data(), data.size(), target), target);
+    // The clamp level counts as it is now, whenever the worker gets to the frame.
+    intensityFrame = image;
+    ingestor->submit(image, IntensityHistogram::thresholdTarget(image.getData().size(), clampLevel));
 
     newImage = true;
 }
 
-void FanGeometryEngine::calculateThresholds()
+void FanGeometryEngine::setFrameReadyCallback(std::function<void()> callback)
 {
-    const std::int64_t target = IntensityHistogram::thresholdTarget(intensityData.size(), clampLevel);
-    applyThresholds(
-        IntensityHistogram::count(intensityData.data(), nullptr, intensityData.size(), target), target);
+    ingestor->setReadyCallback(std::move(callback));
 }
 
-void FanGeometryEngine::applyThresholds(const std::array<std::uint32_t, 256>& histogram, std::int64_t target)
+void FanGeometryEngine::calculateThresholds()
 {
-    std::int64_t sum = 0;
-    for (int bin = 0; bin <= 255; ++bin) {
-        sum += histogram[static_cast<std::size_t>(bin)];
-        if (sum >= target) {
-            lowerThreshold = static_cast<float>(bin) / 255.0f * 0.2f + 0.8f * lowerThreshold;
-            break;
-        }
-    }
+    // After the frames still being counted, as if each had been counted when it came.
+    settleThresholds();
+    const std::vector<std::uint8_t>& data = intensityFrame.getData();
+    const std::int64_t target = IntensityHistogram::thresholdTarget(data.size(), clampLevel);
+    applyThresholds(IntensityHistogram::findBins(
+        IntensityHistogram::count(data.data(), nullptr, data.size(), target), target));
+}
 
-    sum = 0;
-    for (int bin = 255; bin >= 1; --bin) {
-        sum += histogram[static_cast<std::size_t>(bin)];
-        if (sum >= target) {
-            upperThreshold = static_cast<float>(bin) / 255.0f * 0.2f + 0.8f * upperThreshold;
-            break;
-        }
-    }
+void FanGeometryEngine::settleThresholds() const
+{
+    ingestor->takeCounts(collectedBins);
+    for (const IntensityHistogram::Bins bins : collectedBins)
+        applyThresholds(bins);
+    collectedBins.clear();
+}
+
+void FanGeometryEngine::applyThresholds(IntensityHistogram::Bins bins) const
+{
+    if (bins.lower >= 0)
+        lowerThreshold = static_cast<float>(bins.lower) / 255.0f * 0.2f + 0.8f * lowerThreshold;
+    if (bins.upper >= 0)
+        upperThreshold = static_cast<float>(bins.upper) / 255.0f * 0.2f + 0.8f * upperThreshold;
+}
+
+float FanGeometryEngine::getLowerThreshold() const
+{
+    settleThresholds();
+    return lowerThreshold;
+}
+
+float FanGeometryEngine::getUpperThreshold() const
+{
+    settleThresholds();
+    return upperThreshold;
 }
 
 void FanGeometryEngine::initIntensities(
@@ -188,15 +201,16 @@ void FanGeometryEngine::refreshIntensityTexture(int radius)
     // Before the first frame only the start picture exists; it stays as it is.
     const std::size_t texels
         = static_cast<std::size_t>(std::max(width, 0)) * static_cast<std::size_t>(std::max(height, 0));
-    if (texels == 0 || intensityData.size() < texels)
+    const std::vector<std::uint8_t>& data = intensityFrame.getData();
+    if (texels == 0 || data.size() < texels)
         return;
     if (radius == 0) {
-        initIntensities(
-            static_cast<unsigned short>(width), static_cast<unsigned short>(height), intensityData);
+        initIntensities(static_cast<unsigned short>(width), static_cast<unsigned short>(height), data);
         return;
     }
-    // 16 bits a texel keep the smoothed values as exact as the kernel's floats.
-    despeckleFilter.apply(intensityData.data(), width, height, radius, smoothedIntensities);
+    // Smoothed by the worker, usually before the paint asks; 16 bits a texel
+    // keep the smoothed values as exact as the kernel's floats.
+    ingestor->takeSmoothed(radius, smoothedIntensities);
     uploadIntensityTexture(
         width, height, QOpenGLTexture::R16_UNorm, QOpenGLTexture::UInt16, smoothedIntensities.data());
 }
@@ -209,6 +223,8 @@ double FanGeometryEngine::getRange() const
 void FanGeometryEngine::setDespeckleLevel(int level)
 {
     despeckleLevel = level;
+    // The worker smooths the newest frame (and the next ones) ahead of the paint.
+    ingestor->setRadius(DespeckleFilter::radiusForLevel(level));
 }
 
 void FanGeometryEngine::setClampLevel(float level)
@@ -413,6 +429,7 @@ void FanGeometryEngine::drawFanImage(const QMatrix4x4& projection)
     // The engine draws in the display's and the magnifier's contexts.
     initializeOpenGLFunctions();
 
+    settleThresholds();
     checkForNewGeometry();
     // The smoothing runs here, once per frame or kernel change, for the display
     // and the magnifier alike: both sample the same texture. It is made in the

@@ -1,7 +1,8 @@
 #pragma once
 
 #include "FanDisplayOptions.h"
-#include "engine/DespeckleFilter.h"
+#include "engine/IntensityHistogram.h"
+#include "nereon/NereonImage.h"
 
 #include <QMatrix4x4>
 #include <QOpenGLBuffer>
@@ -14,13 +15,11 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-namespace Halcyra::Nereon {
-class NereonImage;
-}
 namespace Halcyra::DataProcessing::Units {
 class AbstractUnit;
 }
@@ -31,6 +30,8 @@ namespace Palettes {
 class AbstractPalette;
 class AbstractDynamicPalette;
 } // namespace Palettes
+
+class FrameIngestor;
 
 /// One range label: text and placement in fan coordinates.
 struct RangeLabelParams
@@ -50,6 +51,11 @@ struct RangeLabelParams
  *
  * Not copyable or movable. GL work needs the owner's context current; the
  * engine can be drawn from any context that shares objects with it.
+ *
+ * Frames are counted for the thresholds and smoothed on a worker thread of
+ * the engine's own (FrameIngestor); everything that shows their results
+ * (drawing, the threshold getters) first waits for what it needs, so the
+ * engine answers as if it had done the work when the frame came.
  */
 class FanGeometryEngine : protected QOpenGLFunctions
 {
@@ -70,7 +76,14 @@ public:
     void releaseGlObjects();
 
     // Frames and thresholds
+    /// Stores a frame, sharing its bytes; its counting and smoothing run on the worker thread.
     void processNewImage(const NereonImage& image);
+    /**
+     * Called on the worker thread when the newest frame's results are ready,
+     * so that the owner can repaint without the paint waiting for them. It
+     * must only post to the owner's thread; an empty one stops the calls.
+     */
+    void setFrameReadyCallback(std::function<void()> callback);
     void calculateThresholds();
     void initIntensities(unsigned short width, unsigned short height, const std::vector<unsigned char>& data);
     double getRange() const;
@@ -94,8 +107,8 @@ public:
     FanDisplayOptions::Palette getPalette() const { return palette; }
     unsigned char getPaletteModifier() const { return getCurrentDisplaySettings().paletteModifier; }
     /// The smoothed intensity bounds (0..1) between which intensities are clamped before colouring.
-    float getLowerThreshold() const { return lowerThreshold; }
-    float getUpperThreshold() const { return upperThreshold; }
+    float getLowerThreshold() const;
+    float getUpperThreshold() const;
 
     // Geometry
     void calculateFanGeometry();
@@ -117,8 +130,10 @@ public:
 private:
     friend class FanGeometryEngineProbe; // test access to the members below
 
-    /// Moves both thresholds toward the bins where the histogram reaches target from each end.
-    void applyThresholds(const std::array<std::uint32_t, 256>& histogram, std::int64_t target);
+    /// Moves both thresholds toward the bins where a frame's histogram reached the target.
+    void applyThresholds(IntensityHistogram::Bins bins) const;
+    /// Waits for the counts of every frame stored so far and applies them, oldest first.
+    void settleThresholds() const;
     /// Replaces the intensity texture by one of the given format, under a new GL name.
     void uploadIntensityTexture(int textureWidth, int textureHeight, QOpenGLTexture::TextureFormat format,
         QOpenGLTexture::PixelType type, const void* texels);
@@ -130,8 +145,9 @@ private:
     std::unique_ptr<QOpenGLShader> fragmentShader;
     std::int32_t despeckleLevel = 0;
     float clampLevel = 0.0f;
-    float upperThreshold = 1.0f;
-    float lowerThreshold = 0.0f;
+    // Settled from the worker's counts by the getters too, hence mutable.
+    mutable float upperThreshold = 1.0f;
+    mutable float lowerThreshold = 0.0f;
     std::unique_ptr<Palettes::AbstractPalette> standardPalettes;
     std::unique_ptr<Palettes::AbstractDynamicPalette> firePalette;
     std::unique_ptr<Palettes::AbstractDynamicPalette> aquaPalette;
@@ -147,7 +163,8 @@ private:
     float aperture = 130.0f;
     std::int16_t startAngle = 25;
     std::vector<std::int16_t> bearings = std::vector<std::int16_t>(256, 0);
-    std::vector<std::uint8_t> intensityData;
+    /// The latest frame; its bytes are the intensities, shared with the sender, not copied.
+    NereonImage intensityFrame;
     bool flipped = false;
     double range = 0.0;
     bool newGeometry = true;
@@ -155,7 +172,9 @@ private:
     QPolygonF fanPolygon;
     const DataProcessing::Units::AbstractUnit* distanceUnit = nullptr;
 
-    DespeckleFilter despeckleFilter;
+    std::unique_ptr<FrameIngestor> ingestor;
+    /// Counts collected from the worker, kept to reuse the allocation.
+    mutable std::vector<IntensityHistogram::Bins> collectedBins;
     std::vector<std::uint16_t> smoothedIntensities;
     /// Kernel radius with which the intensity texture was made.
     int textureRadius = 0;

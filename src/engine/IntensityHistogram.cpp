@@ -15,8 +15,9 @@ namespace Halcyra::Nereon::Visualisation {
 
 namespace {
 
-// The one histogram shared by every engine; all callers are on the GUI thread.
-IntensityHistogram::Counts histogram;
+// One histogram a thread, shared by every engine counting there: the GUI
+// thread's and each engine's frame worker's.
+thread_local IntensityHistogram::Counts threadHistogram;
 
 /**
  * Counts every byte. Runs of equal values (a dark sea is mostly zeros) make a
@@ -26,6 +27,7 @@ IntensityHistogram::Counts histogram;
  */
 void countAll(const std::uint8_t* data, std::size_t count)
 {
+    IntensityHistogram::Counts& histogram = threadHistogram;
     alignas(64) std::uint32_t tables[4][256] = {};
     std::uint64_t zeros = 0;
 
@@ -128,6 +130,7 @@ constexpr std::uint64_t zeroLanes(std::uint64_t x)
 void countEndsTail(const std::uint8_t* data, std::uint8_t* copy, std::size_t i, std::size_t count,
     HistogramEnds ends, std::uint64_t& zeros)
 {
+    IntensityHistogram::Counts& histogram = threadHistogram;
     for (; i < count; ++i) {
         const std::uint8_t v = data[i];
         if (copy)
@@ -147,6 +150,7 @@ void countEndsTail(const std::uint8_t* data, std::uint8_t* copy, std::size_t i, 
  */
 void countEndsPortable(const std::uint8_t* data, std::uint8_t* copy, std::size_t count, HistogramEnds ends)
 {
+    IntensityHistogram::Counts& histogram = threadHistogram;
     histogram.fill(0);
     const std::uint64_t lowLast = laneOnes * static_cast<std::uint64_t>(ends.lowLast);
     const std::uint64_t highFirst = laneOnes * static_cast<std::uint64_t>(ends.highFirst);
@@ -176,6 +180,7 @@ void countEndsPortable(const std::uint8_t* data, std::uint8_t* copy, std::size_t
 /// As countEndsPortable, sixteen lanes at a time with SSE2.
 void countEndsSse2(const std::uint8_t* data, std::uint8_t* copy, std::size_t count, HistogramEnds ends)
 {
+    IntensityHistogram::Counts& histogram = threadHistogram;
     histogram.fill(0);
     const __m128i zero = _mm_setzero_si128();
     const __m128i lowLast = _mm_set1_epi8(static_cast<char>(ends.lowLast));
@@ -228,6 +233,7 @@ void countEnds(IntensityHistogram::Path path, const std::uint8_t* data, std::uin
 /// Whether the counted ends hold enough bytes for both scans to stop inside them.
 bool endsReachTarget(HistogramEnds ends, std::int64_t target)
 {
+    IntensityHistogram::Counts& histogram = threadHistogram;
     std::int64_t low = 0;
     for (int bin = 0; bin <= ends.lowLast; ++bin)
         low += histogram[static_cast<std::size_t>(bin)];
@@ -282,6 +288,7 @@ std::int64_t IntensityHistogram::thresholdTarget(std::size_t byteCount, float cl
 const IntensityHistogram::Counts& IntensityHistogram::count(
     const std::uint8_t* data, std::uint8_t* copy, std::size_t size, std::int64_t target, Path path)
 {
+    IntensityHistogram::Counts& histogram = threadHistogram;
     // A target of 0 or less is met by bins 0 and 255 whatever the counts, and
     // one above the byte count by no bin, so no count can change the result.
     if (target <= 0 || target > static_cast<std::int64_t>(size)) {
@@ -308,6 +315,28 @@ const IntensityHistogram::Counts& IntensityHistogram::count(
         std::memcpy(copy, data, size);
     countAll(copy ? copy : data, size);
     return histogram;
+}
+
+IntensityHistogram::Bins IntensityHistogram::findBins(const Counts& counts, std::int64_t target)
+{
+    Bins bins;
+    std::int64_t sum = 0;
+    for (int bin = 0; bin <= 255; ++bin) {
+        sum += counts[static_cast<std::size_t>(bin)];
+        if (sum >= target) {
+            bins.lower = bin;
+            break;
+        }
+    }
+    sum = 0;
+    for (int bin = 255; bin >= 1; --bin) {
+        sum += counts[static_cast<std::size_t>(bin)];
+        if (sum >= target) {
+            bins.upper = bin;
+            break;
+        }
+    }
+    return bins;
 }
 
 } // namespace Halcyra::Nereon::Visualisation

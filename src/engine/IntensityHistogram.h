@@ -8,8 +8,8 @@
 namespace Halcyra::Nereon::Visualisation {
 
 /**
- * Counts a frame's intensities for the display thresholds into the one
- * histogram that every engine shares (GUI thread only).
+ * Counts a frame's intensities for the display thresholds into a histogram
+ * that every engine on one thread shares (each thread has its own).
  *
  * The counting has a portable path in plain C++ and, where the compiler
  * targets a processor that has them, vector paths; which one runs by default
@@ -20,6 +20,13 @@ class IntensityHistogram
 {
 public:
     using Counts = std::array<std::uint32_t, 256>;
+
+    /// Where the scans from each end of a histogram reach a target: a bin, or -1 if none does.
+    struct Bins
+    {
+        int lower = -1;
+        int upper = -1;
+    };
 
     /// A counting kernel. `Sse2` exists only in x86-64 builds.
     enum class Path
@@ -51,10 +58,16 @@ public:
      * count; bins between the two stopping points may be left 0. A target of
      * 0 or less, or above size, leaves the whole table 0: no count could move
      * the scans' stopping points then.
-     * The returned table stays valid until the next call.
+     * The returned table stays valid until the next call on the same thread.
      */
     static const Counts& count(const std::uint8_t* data, std::uint8_t* copy, std::size_t size,
         std::int64_t target, Path path = nativePath());
+
+    /**
+     * The first bin from 0 upwards, and from 255 down to 1, at which the
+     * running sum of counts is at least target (bin 0 is never an upper end).
+     */
+    static Bins findBins(const Counts& counts, std::int64_t target);
 };
 
 } // namespace Halcyra::Nereon::Visualisation

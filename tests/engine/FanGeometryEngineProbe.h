@@ -17,8 +17,17 @@ public:
     float& aperture() { return e.aperture; }
     std::int16_t& startAngle() { return e.startAngle; }
     std::vector<std::int16_t>& bearings() { return e.bearings; }
-    float& lowerThreshold() { return e.lowerThreshold; }
-    float& upperThreshold() { return e.upperThreshold; }
+    // The thresholds as the frames stored so far left them, to read or replace.
+    float& lowerThreshold()
+    {
+        e.settleThresholds();
+        return e.lowerThreshold;
+    }
+    float& upperThreshold()
+    {
+        e.settleThresholds();
+        return e.upperThreshold;
+    }
     float chosenPalette() const { return e.chosenPalette; }
     bool& newGeometry() { return e.newGeometry; }
     bool& newImage() { return e.newImage; }

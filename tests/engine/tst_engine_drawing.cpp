@@ -1,9 +1,12 @@
 // The engine's GL side: intensity texture, vertex buffer, shader program and
 // the pictures it draws, checked through a small widget on the host GL base.
 
+#include "FanDisplay.h"
 #include "FanGeometryEngineProbe.h"
 #include "GlTestSupport.h"
 #include "TestFrames.h"
+#include "display/FanDisplayPrivate.h"
+#include "engine/DespeckleFilter.h"
 
 #include "gui/OpenGLWidget.h"
 
@@ -15,6 +18,13 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+
+namespace Halcyra::Nereon::Visualisation {
+struct FanDisplayProbe
+{
+    static FanGeometryEngine& engine(FanDisplay& display) { return display.d->geometryEngine; }
+};
+} // namespace Halcyra::Nereon::Visualisation
 
 using namespace Halcyra::Nereon::Visualisation;
 using Halcyra::GUI::Widgets::Bases::OpenGLWidget;
@@ -241,6 +251,87 @@ private slots:
         // Back to no smoothing without a new frame: the stored frame is shown as it came.
         engine->setDespeckleLevel(0);
         QVERIFY(grab() == level0);
+    }
+
+    void everyPaintShowsTheNewestFrame()
+    {
+        // Frames of changing size in quick succession, kernel sizes changed before a frame, after
+        // it and without one: a paint right after shows the newest frame, smoothed bit for bit as
+        // the filter smooths it.
+        struct Step
+        {
+            int beams, rangeLines, level;
+            bool levelFirst, newFrames;
+        };
+        const Step steps[] = { { 40, 30, 0, false, true }, { 40, 30, 5, false, true },
+            { 13, 7, 5, true, true }, { 13, 7, 9, false, false }, { 300, 500, 9, true, true },
+            { 300, 500, 0, false, false }, { 64, 100, 3, false, true }, { 50, 60, 0, true, true } };
+        NereonImage frame;
+        int seed = 0;
+        for (const Step& step : steps) {
+            if (step.levelFirst)
+                engine->setDespeckleLevel(step.level);
+            for (int i = 0; step.newFrames && i < 3; ++i) {
+                ++seed;
+                engine->processNewImage(
+                    frame = makeFrame(step.beams, step.rangeLines, 10.0, [seed](int beam, int line) {
+                        return std::uint8_t((beam * 37 + line * 11 * seed) % 251);
+                    }));
+            }
+            engine->setDespeckleLevel(step.level);
+            grab();
+
+            QOpenGLTexture* texture = inspect->intensities();
+            QVERIFY(texture->width() == step.beams && texture->height() == step.rangeLines);
+            const std::size_t texels = frame.getData().size();
+            const int radius = DespeckleFilter::radiusForLevel(step.level);
+            std::vector<std::uint16_t> expected(frame.getData().begin(), frame.getData().end());
+            if (radius > 0)
+                DespeckleFilter().apply(
+                    frame.getData().data(), step.beams, step.rangeLines, radius, expected);
+            std::vector<std::uint16_t> actual(texels);
+            widget->makeCurrent();
+            gl->glPixelStorei(GL_PACK_ALIGNMENT, 1);
+            texture->bind();
+            if (radius > 0) {
+                gl->glGetTexImage(GL_TEXTURE_2D, 0, GL_RED, GL_UNSIGNED_SHORT, actual.data());
+            } else {
+                std::vector<std::uint8_t> bytes(texels);
+                gl->glGetTexImage(GL_TEXTURE_2D, 0, GL_RED, GL_UNSIGNED_BYTE, bytes.data());
+                actual.assign(bytes.begin(), bytes.end());
+            }
+            texture->release();
+            QVERIFY2(actual == expected,
+                qPrintable(QStringLiteral("frame %1, level %2").arg(seed).arg(step.level)));
+        }
+    }
+
+    void displayGoneBeforeItsRepaint_data()
+    {
+        QTest::addColumn<bool>("announced");
+        QTest::newRow("repaint posted") << true;
+        QTest::newRow("frame still on the worker") << false;
+    }
+    void displayGoneBeforeItsRepaint()
+    {
+        // A display asks for its repaint from the engine's worker; the request must neither
+        // reach a display destroyed meanwhile nor keep the worker waiting.
+        QFETCH(bool, announced);
+        auto display = std::make_unique<FanDisplay>();
+        display->resize(120, 90);
+        display->show();
+        QVERIFY(QTest::qWaitForWindowExposed(display.get()));
+        QSignalSpy swapped(display.get(), &QOpenGLWidget::frameSwapped);
+        const NereonImage frame = uniformFrame(512, 1000, 10.0, 90);
+        display->newImageReceived(frame);
+        QTRY_VERIFY_WITH_TIMEOUT(!swapped.isEmpty(), 30000); // the frame alone brings its paint
+
+        display->newImageReceived(frame);
+        if (announced) // the counts are in, so the repaint has been posted
+            FanDisplayProbe::engine(*display).getLowerThreshold();
+        display.reset();
+        QCoreApplication::sendPostedEvents();
+        QCoreApplication::processEvents();
     }
 
     void despeckledTextureMatchesKernel_data()

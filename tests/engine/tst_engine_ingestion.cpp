@@ -7,6 +7,7 @@
 
 #include <QtTest>
 
+#include <atomic>
 #include <locale>
 #include <random>
 
@@ -68,6 +69,7 @@ class TestEngineIngestion : public QObject
 private slots:
     void init()
     {
+        inspect.reset();
         engine = std::make_unique<FanGeometryEngine>();
         inspect = std::make_unique<FanGeometryEngineProbe>(*engine);
     }
@@ -136,6 +138,71 @@ private slots:
             QVERIFY2(inspect->lowerThreshold() == lower && inspect->upperThreshold() == upper,
                 qPrintable(QString::number(frame)));
         }
+    }
+
+    void thresholdsFollowFramesInOrder()
+    {
+        // Frames counted on the worker while more come, clamp changes and recounts in between:
+        // every frame moves the thresholds once, in order, with the clamp of its arrival.
+        std::mt19937 random(11);
+        const auto randomFrame = [&random](int beams, int lines) {
+            std::vector<std::uint8_t> data(std::size_t(beams * lines));
+            const int bright = int(random() % 200);
+            for (std::uint8_t& v : data)
+                v = std::uint8_t(random() % 100 < 90 ? random() % 40 : bright + int(random() % 56));
+            return data;
+        };
+        // Made first, so that they follow one another faster than the worker counts them.
+        std::vector<NereonImage> frames;
+        for (int step = 0; step < 12; ++step) {
+            const int beams = step % 3 ? 512 : 257;
+            frames.push_back(frameOf(randomFrame(beams, 100 + 20 * step), beams));
+        }
+        float lower = 0.0f, upper = 1.0f;
+        const float clamps[] = { 0.01f, 0.2f, 0.0f, 0.05f };
+        for (int step = 0; step < 12; ++step) {
+            const float clamp = clamps[step % 4];
+            const std::vector<std::uint8_t>& data = frames[std::size_t(step)].getData();
+            engine->setClampLevel(clamp);
+            engine->processNewImage(frames[std::size_t(step)]);
+            referenceThresholds(data, clamp, lower, upper);
+            if (step == 5) {
+                // A recount of the newest frame comes after every frame before it.
+                engine->setClampLevel(0.3f);
+                engine->calculateThresholds();
+                referenceThresholds(data, 0.3f, lower, upper);
+            }
+            if (step % 4 == 3)
+                QVERIFY2(engine->getLowerThreshold() == lower && engine->getUpperThreshold() == upper,
+                    qPrintable(QString::number(step)));
+        }
+        QCOMPARE(engine->getUpperThreshold(), upper);
+        QCOMPARE(engine->getLowerThreshold(), lower);
+    }
+
+    void destroyedWithWorkPending_data()
+    {
+        QTest::addColumn<int>("despeckleLevel");
+        QTest::newRow("counting") << 0;
+        QTest::newRow("smoothing") << 41;
+    }
+    void destroyedWithWorkPending()
+    {
+        // Queued frames are dropped and nothing is announced after the callback is cleared; the
+        // sanitizers see to what is left behind.
+        QFETCH(int, despeckleLevel);
+        std::atomic<int> announced { 0 };
+        engine->setFrameReadyCallback([&announced] { ++announced; });
+        engine->setDespeckleLevel(despeckleLevel);
+        const NereonImage frame = uniformFrame(512, 500, 10.0, 30);
+        engine->processNewImage(frame);
+        QTRY_VERIFY_WITH_TIMEOUT(announced > 0, 60000); // generous for emulated builds
+        for (int i = 0; i < 20; ++i)
+            engine->processNewImage(frame);
+        engine->setFrameReadyCallback(nullptr);
+        const int before = announced;
+        engine.reset();
+        QCOMPARE(int(announced), before);
     }
 
     void settingsAndModifierRouting()
