@@ -15,7 +15,8 @@
 // BM_Stream: a thread delivers 512 x 4000 frames at 40 Hz, queued as a driver
 // would, to a shown 1280 x 720 FanDisplay with its overlays for 4 seconds;
 // counters are frames delivered and painted a second and the GUI thread's CPU
-// per painted frame.
+// per painted frame, with the frames processed on the GUI thread (the default)
+// and on the display's worker (background:1).
 //
 // Needs an X display; llvmpipe renders on its own threads, so ratios only mean
 // something side by side in one run, as medians:
@@ -289,6 +290,7 @@ void BM_Stream(benchmark::State& state)
         return;
     }
     target->setDespeckleLevel(static_cast<int>(state.range(0)));
+    target->setBackgroundFrameProcessing(state.range(1) != 0);
     SwapCounter counter(*target);
     for (const NereonImage& frame : frames)
         counter.paint([&] { target->newImageReceived(frame); });
@@ -334,9 +336,8 @@ void BM_Stream(benchmark::State& state)
 
 BENCHMARK(BM_SideBySide)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
 BENCHMARK(BM_Stream)
-    ->ArgName("despeckle")
-    ->Arg(0)
-    ->Arg(5)
+    ->ArgNames({ "despeckle", "background" })
+    ->ArgsProduct({ { 0, 5 }, { 0, 1 } })
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
     ->Iterations(1);

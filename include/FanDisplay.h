@@ -99,6 +99,19 @@ public:
     /// Whether the range grid takes its colour from the palette shown.
     bool isAutomaticGridColourEnabled() const;
 
+    /**
+     * When on, frames are counted for the display thresholds and despeckled on a worker thread of
+     * the display's own instead of on the GUI thread, from the next frame on; off by default. The
+     * picture, the thresholds and which frames are painted stay exactly the same: a paint (or a
+     * grab) waits for work still under way, and the repaint for a new frame is requested when
+     * its work is done. The GUI thread then only uploads the newest frame and paints, which
+     * matters for large frames at high rates and for high despeckle levels. The frame's bytes
+     * are shared with the NereonImage, not copied.
+     */
+    void setBackgroundFrameProcessing(bool enabled);
+    /// Whether frames are processed on the display's worker thread.
+    bool isBackgroundFrameProcessingEnabled() const;
+
 signals:
     /// Frames received in the last second that had any; emitted at the first frame of a new second.
     void frameRateChanged(int frameRate);

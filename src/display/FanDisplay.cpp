@@ -85,8 +85,9 @@ FanDisplay::FanDisplay(QWidget* parent)
     // Position reports and the hover cursor need moves without a pressed button.
     setMouseTracking(true);
 
-    // A new frame is painted once the engine's worker has its results, so the
-    // paint finds them ready instead of waiting for them on the GUI thread.
+    // With background processing a new frame is painted once the engine's
+    // worker has its results, so the paint finds them ready instead of
+    // waiting for them on the GUI thread.
     d->geometryEngine.setFrameReadyCallback([this] {
         QMetaObject::invokeMethod(
             this, [this] { update(); }, Qt::QueuedConnection);
@@ -277,6 +278,16 @@ bool FanDisplay::isAutomaticGridColourEnabled() const
     return d->automaticGridColour;
 }
 
+void FanDisplay::setBackgroundFrameProcessing(bool enabled)
+{
+    d->geometryEngine.setBackgroundProcessing(enabled);
+}
+
+bool FanDisplay::isBackgroundFrameProcessingEnabled() const
+{
+    return d->geometryEngine.isBackgroundProcessing();
+}
+
 void FanDisplay::newImageReceived(const NereonImage& image)
 {
     // The engine trusts its frames; a bad one must not change anything, so the
@@ -293,8 +304,10 @@ void FanDisplay::newImageReceived(const NereonImage& image)
         const Vec3<float>& currentScale = getCurrentScale();
         d->tool->updateMeasurement(range, currentScale.x, currentScale.y);
     }
-    // The repaint is requested by the frame-ready callback.
     d->geometryEngine.processNewImage(image);
+    // A frame on the worker asks for its repaint when its results are ready.
+    if (!d->geometryEngine.processesFrameInBackground())
+        update();
 
     const std::int64_t now = QDateTime::currentMSecsSinceEpoch() / 1000;
     if (now != d->lastFrameSecond) {

@@ -51,7 +51,6 @@ FanGeometryEngine::FanGeometryEngine()
     : standardPalettes(std::make_unique<Palettes::StandardPalettes>())
     , firePalette(std::make_unique<Palettes::FirePalette>())
     , aquaPalette(std::make_unique<Palettes::AquaPalette>())
-    , ingestor(std::make_unique<FrameIngestor>())
 {
 }
 
@@ -83,7 +82,7 @@ void FanGeometryEngine::releaseGlObjects()
     ownerContext = nullptr;
     newGeometry = true;
     // The frame on hand is uploaded again at the next draw.
-    newImage = !intensityFrame.getData().empty();
+    newImage = !currentIntensities().empty();
 }
 
 // ---------------------------------------------------------------------------
@@ -108,23 +107,60 @@ void FanGeometryEngine::processNewImage(const NereonImage& image)
         startAngle = static_cast<std::int16_t>((180 - wholeAperture) / 2);
     }
 
-    // The clamp level counts as it is now, whenever the worker gets to the frame.
-    intensityFrame = image;
-    ingestor->submit(image, IntensityHistogram::thresholdTarget(image.getData().size(), clampLevel));
+    if (backgroundProcessing) {
+        if (!ingestor) {
+            ingestor = std::make_unique<FrameIngestor>();
+            ingestor->setReadyCallback(frameReadyCallback);
+            ingestor->setRadius(DespeckleFilter::radiusForLevel(despeckleLevel));
+        }
+        // The clamp level counts as it is now, whenever the worker gets to the frame.
+        intensityFrame = image;
+        ingestor->submit(image, IntensityHistogram::thresholdTarget(image.getData().size(), clampLevel));
+    } else {
+        if (ingestor) {
+            // Back on this thread: the frames on the worker count first.
+            settleThresholds();
+            ingestor.reset();
+            intensityFrame = NereonImage();
+        }
+        // The copy is made by the counting pass, which reads the bytes anyway.
+        const std::vector<std::uint8_t>& data = image.getData();
+        intensityData.resize(data.size());
+        const std::int64_t target = IntensityHistogram::thresholdTarget(data.size(), clampLevel);
+        applyThresholds(IntensityHistogram::findBins(
+            IntensityHistogram::count(data.data(), intensityData.data(), data.size(), target), target));
+    }
 
     newImage = true;
 }
 
+void FanGeometryEngine::setBackgroundProcessing(bool enabled)
+{
+    backgroundProcessing = enabled;
+}
+
+bool FanGeometryEngine::processesFrameInBackground() const
+{
+    return ingestor != nullptr;
+}
+
 void FanGeometryEngine::setFrameReadyCallback(std::function<void()> callback)
 {
-    ingestor->setReadyCallback(std::move(callback));
+    frameReadyCallback = callback;
+    if (ingestor)
+        ingestor->setReadyCallback(std::move(callback));
+}
+
+const std::vector<std::uint8_t>& FanGeometryEngine::currentIntensities() const
+{
+    return ingestor ? intensityFrame.getData() : intensityData;
 }
 
 void FanGeometryEngine::calculateThresholds()
 {
     // After the frames still being counted, as if each had been counted when it came.
     settleThresholds();
-    const std::vector<std::uint8_t>& data = intensityFrame.getData();
+    const std::vector<std::uint8_t>& data = currentIntensities();
     const std::int64_t target = IntensityHistogram::thresholdTarget(data.size(), clampLevel);
     applyThresholds(IntensityHistogram::findBins(
         IntensityHistogram::count(data.data(), nullptr, data.size(), target), target));
@@ -132,6 +168,8 @@ void FanGeometryEngine::calculateThresholds()
 
 void FanGeometryEngine::settleThresholds() const
 {
+    if (!ingestor)
+        return;
     ingestor->takeCounts(collectedBins);
     for (const IntensityHistogram::Bins bins : collectedBins)
         applyThresholds(bins);
@@ -173,18 +211,12 @@ void FanGeometryEngine::uploadIntensityTexture(int textureWidth, int textureHeig
     if (!intensities)
         intensities = std::make_unique<QOpenGLTexture>(QOpenGLTexture::Target2D);
 
-    // Frames of one shape reuse the storage: new storage per frame costs
-    // software GL an allocation, page faults and a clear of every texel.
-    if (!intensities->isStorageAllocated() || intensities->width() != textureWidth
-        || intensities->height() != textureHeight || intensities->format() != format) {
-        intensities->destroy();
-        intensities->create();
-        intensities->setSize(textureWidth, textureHeight, 1);
-        intensities->setFormat(format);
-        intensities->allocateStorage();
-        intensities->setMinificationFilter(QOpenGLTexture::Nearest);
-        intensities->setMagnificationFilter(QOpenGLTexture::Linear);
-    }
+    // Replaced whole, under a new GL name, at every upload.
+    intensities->destroy();
+    intensities->create();
+    intensities->setSize(textureWidth, textureHeight, 1);
+    intensities->setFormat(format);
+    intensities->allocateStorage();
 
     // Rows are tightly packed, so beam counts that are not a multiple of 4
     // need byte alignment.
@@ -193,6 +225,9 @@ void FanGeometryEngine::uploadIntensityTexture(int textureWidth, int textureHeig
     glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
     intensities->setData(QOpenGLTexture::Red, type, texels);
     glPixelStorei(GL_UNPACK_ALIGNMENT, previousAlignment);
+
+    intensities->setMinificationFilter(QOpenGLTexture::Nearest);
+    intensities->setMagnificationFilter(QOpenGLTexture::Linear);
 }
 
 void FanGeometryEngine::refreshIntensityTexture(int radius)
@@ -201,16 +236,19 @@ void FanGeometryEngine::refreshIntensityTexture(int radius)
     // Before the first frame only the start picture exists; it stays as it is.
     const std::size_t texels
         = static_cast<std::size_t>(std::max(width, 0)) * static_cast<std::size_t>(std::max(height, 0));
-    const std::vector<std::uint8_t>& data = intensityFrame.getData();
+    const std::vector<std::uint8_t>& data = currentIntensities();
     if (texels == 0 || data.size() < texels)
         return;
     if (radius == 0) {
         initIntensities(static_cast<unsigned short>(width), static_cast<unsigned short>(height), data);
         return;
     }
-    // Smoothed by the worker, usually before the paint asks; 16 bits a texel
-    // keep the smoothed values as exact as the kernel's floats.
-    ingestor->takeSmoothed(radius, smoothedIntensities);
+    // 16 bits a texel keep the smoothed values as exact as the kernel's floats.
+    // The worker, when there is one, usually has them before the paint asks.
+    if (ingestor)
+        ingestor->takeSmoothed(radius, smoothedIntensities);
+    else
+        despeckleFilter.apply(data.data(), width, height, radius, smoothedIntensities);
     uploadIntensityTexture(
         width, height, QOpenGLTexture::R16_UNorm, QOpenGLTexture::UInt16, smoothedIntensities.data());
 }
@@ -224,7 +262,8 @@ void FanGeometryEngine::setDespeckleLevel(int level)
 {
     despeckleLevel = level;
     // The worker smooths the newest frame (and the next ones) ahead of the paint.
-    ingestor->setRadius(DespeckleFilter::radiusForLevel(level));
+    if (ingestor)
+        ingestor->setRadius(DespeckleFilter::radiusForLevel(level));
 }
 
 void FanGeometryEngine::setClampLevel(float level)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "FanDisplayOptions.h"
+#include "engine/DespeckleFilter.h"
 #include "engine/IntensityHistogram.h"
 #include "nereon/NereonImage.h"
 
@@ -52,10 +53,8 @@ struct RangeLabelParams
  * Not copyable or movable. GL work needs the owner's context current; the
  * engine can be drawn from any context that shares objects with it.
  *
- * Frames are counted for the thresholds and smoothed on a worker thread of
- * the engine's own (FrameIngestor); everything that shows their results
- * (drawing, the threshold getters) first waits for what it needs, so the
- * engine answers as if it had done the work when the frame came.
+ * Frames are counted and smoothed on the caller's thread, or, when asked for
+ * (setBackgroundProcessing), on a worker thread of the engine's own.
  */
 class FanGeometryEngine : protected QOpenGLFunctions
 {
@@ -76,8 +75,23 @@ public:
     void releaseGlObjects();
 
     // Frames and thresholds
-    /// Stores a frame, sharing its bytes; its counting and smoothing run on the worker thread.
+    /**
+     * Stores a frame. Counted and copied here, or, with background processing,
+     * shared (not copied) and counted and smoothed on the worker thread.
+     */
     void processNewImage(const NereonImage& image);
+    /**
+     * Whether the frames stored from now on are counted and smoothed on a
+     * worker thread of the engine's own (FrameIngestor) rather than on the
+     * caller's; off by default. Everything that shows the results (drawing,
+     * the threshold getters) first waits for what it needs, so the engine
+     * answers alike either way. The worker goes when a frame is stored with
+     * this off.
+     */
+    void setBackgroundProcessing(bool enabled);
+    bool isBackgroundProcessing() const { return backgroundProcessing; }
+    /// Whether the newest frame went to the worker, which then announces its results.
+    bool processesFrameInBackground() const;
     /**
      * Called on the worker thread when the newest frame's results are ready,
      * so that the owner can repaint without the paint waiting for them. It
@@ -134,6 +148,8 @@ private:
     void applyThresholds(IntensityHistogram::Bins bins) const;
     /// Waits for the counts of every frame stored so far and applies them, oldest first.
     void settleThresholds() const;
+    /// The newest frame's intensities, wherever they are kept.
+    const std::vector<std::uint8_t>& currentIntensities() const;
     /// Replaces the intensity texture by one of the given format, under a new GL name.
     void uploadIntensityTexture(int textureWidth, int textureHeight, QOpenGLTexture::TextureFormat format,
         QOpenGLTexture::PixelType type, const void* texels);
@@ -163,7 +179,8 @@ private:
     float aperture = 130.0f;
     std::int16_t startAngle = 25;
     std::vector<std::int16_t> bearings = std::vector<std::int16_t>(256, 0);
-    /// The latest frame; its bytes are the intensities, shared with the sender, not copied.
+    std::vector<std::uint8_t> intensityData;
+    /// The latest frame when it went to the worker: its bytes, shared with the sender, are the intensities.
     NereonImage intensityFrame;
     bool flipped = false;
     double range = 0.0;
@@ -172,7 +189,11 @@ private:
     QPolygonF fanPolygon;
     const DataProcessing::Units::AbstractUnit* distanceUnit = nullptr;
 
+    bool backgroundProcessing = false;
+    std::function<void()> frameReadyCallback;
+    /// Only while frames go to the worker.
     std::unique_ptr<FrameIngestor> ingestor;
+    DespeckleFilter despeckleFilter;
     /// Counts collected from the worker, kept to reuse the allocation.
     mutable std::vector<IntensityHistogram::Bins> collectedBins;
     std::vector<std::uint16_t> smoothedIntensities;

@@ -121,6 +121,7 @@ private slots:
 
     void init()
     {
+        engine->setBackgroundProcessing(false);
         engine->setPalette(Options::Greyscale);
         engine->setDespeckleLevel(0);
         if (inspect->flipped())
@@ -253,11 +254,19 @@ private slots:
         QVERIFY(grab() == level0);
     }
 
+    void everyPaintShowsTheNewestFrame_data()
+    {
+        QTest::addColumn<bool>("background");
+        QTest::newRow("on the GUI thread") << false;
+        QTest::newRow("on the worker") << true;
+    }
     void everyPaintShowsTheNewestFrame()
     {
         // Frames of changing size in quick succession, kernel sizes changed before a frame, after
         // it and without one: a paint right after shows the newest frame, smoothed bit for bit as
         // the filter smooths it.
+        QFETCH(bool, background);
+        engine->setBackgroundProcessing(background);
         struct Step
         {
             int beams, rangeLines, level;
@@ -318,6 +327,7 @@ private slots:
         // reach a display destroyed meanwhile nor keep the worker waiting.
         QFETCH(bool, announced);
         auto display = std::make_unique<FanDisplay>();
+        display->setBackgroundFrameProcessing(true);
         display->resize(120, 90);
         display->show();
         QVERIFY(QTest::qWaitForWindowExposed(display.get()));

@@ -5,6 +5,7 @@
 #include "TestFrames.h"
 #include "TestUnits.h"
 
+#include <QDir>
 #include <QtTest>
 
 #include <atomic>
@@ -140,10 +141,21 @@ private slots:
         }
     }
 
+    void thresholdsFollowFramesInOrder_data()
+    {
+        QTest::addColumn<bool>("background");
+        QTest::newRow("on the caller's thread") << false;
+        QTest::newRow("on the worker") << true;
+    }
     void thresholdsFollowFramesInOrder()
     {
-        // Frames counted on the worker while more come, clamp changes and recounts in between:
-        // every frame moves the thresholds once, in order, with the clamp of its arrival.
+        // Frames counted (on the worker while more come), clamp changes and recounts in between,
+        // a switch of thread half-way: every frame moves the thresholds once, in order, with the
+        // clamp of its arrival.
+        QFETCH(bool, background);
+        engine->setBackgroundProcessing(background);
+        const auto threads = [] { return QDir(QStringLiteral("/proc/self/task")).count(); };
+        const uint threadsBefore = threads();
         std::mt19937 random(11);
         const auto randomFrame = [&random](int beams, int lines) {
             std::vector<std::uint8_t> data(std::size_t(beams * lines));
@@ -164,6 +176,11 @@ private slots:
             const float clamp = clamps[step % 4];
             const std::vector<std::uint8_t>& data = frames[std::size_t(step)].getData();
             engine->setClampLevel(clamp);
+            if (step == 8) {
+                // Unless asked for, the engine starts no thread.
+                QCOMPARE(threads() == threadsBefore, !background);
+                engine->setBackgroundProcessing(!background);
+            }
             engine->processNewImage(frames[std::size_t(step)]);
             referenceThresholds(data, clamp, lower, upper);
             if (step == 5) {
@@ -191,6 +208,7 @@ private slots:
         // Queued frames are dropped and nothing is announced after the callback is cleared; the
         // sanitizers see to what is left behind.
         QFETCH(int, despeckleLevel);
+        engine->setBackgroundProcessing(true);
         std::atomic<int> announced { 0 };
         engine->setFrameReadyCallback([&announced] { ++announced; });
         engine->setDespeckleLevel(despeckleLevel);
