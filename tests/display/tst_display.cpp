@@ -2,6 +2,7 @@
 // optional looks (colour scale, grid colour, see-through background).
 
 #include "FanDisplay.h"
+#include "ZoomDisplay.h"
 #include "display/FanDisplayPrivate.h"
 #include "measuring/CircleAreaFromCentreMeasure.h"
 #include "measuring/RectangleAreaMeasure.h"
@@ -256,6 +257,29 @@ private slots:
         NEREON_VERIFY_PIXEL(after, inFan, before, 3);
         moved->newImageReceived(TestSupport::uniformFrame(64, 50, 30.0, 150));
         NEREON_VERIFY_PIXEL(moved->grabFramebuffer(), inFan, before, 3);
+    }
+
+    void magnifierKeepsItsClearColourInANewContext()
+    {
+        // A move to another window gives the magnifier a new context, which starts grey.
+        display = std::make_unique<FanDisplay>();
+        ZoomDisplay* zoom = display->getZoomDisplay();
+        const QColor chosen(20, 140, 60);
+        QWidget first;
+        QWidget second;
+        for (QWidget* window : { &first, &second }) {
+            zoom->setParent(window);
+            zoom->setGeometry(0, 0, 120, 120);
+            window->resize(120, 120);
+            window->show();
+            QVERIFY(QTest::qWaitForWindowExposed(window));
+            if (window == &first)
+                zoom->setClearColour(chosen);
+            const QImage image = zoom->grabFramebuffer();
+            QCOMPARE(image.pixelColor(60, 60), chosen);
+        }
+        zoom->setParent(nullptr);
+        delete zoom;
     }
 
     void measureAndDiscard_data()

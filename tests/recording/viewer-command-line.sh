@@ -19,9 +19,11 @@ run() { # run <name> <viewer arguments...>: exit status in $status, stderr in $w
     status=$?
 }
 
-# No display at all: help still works.
-env -u DISPLAY -u WAYLAND_DISPLAY "$viewer" --help >"$work/help.out" 2>&1
-[ $? -eq 0 ] && grep -q -- "--replay" "$work/help.out" || fail "--help without a display"
+# No display at all: help still works, in both spellings.
+for help in --help --help-all; do
+    env -u DISPLAY -u WAYLAND_DISPLAY timeout 20 "$viewer" "$help" >"$work/help.out" 2>&1
+    [ $? -eq 0 ] && grep -q -- "--replay" "$work/help.out" || fail "$help without a display"
+done
 
 run record --record "$work/live.nrec" --screenshot "$work/live.png" --frames 10
 [ "$status" -eq 0 ] && [ -s "$work/live.png" ] || fail "recording the live frames (status $status)"
