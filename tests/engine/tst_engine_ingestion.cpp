@@ -9,6 +9,7 @@
 #include <QtTest>
 
 #include <atomic>
+#include <cmath>
 #include <locale>
 #include <random>
 
@@ -136,7 +137,8 @@ private slots:
                                     : std::uint8_t(random() % 100 < 97 ? 0 : random());
             referenceThresholds(data, 0.02f, lower, upper);
             engine->processNewImage(frameOf(data, beams));
-            QVERIFY2(inspect->lowerThreshold() == lower && inspect->upperThreshold() == upper,
+            QVERIFY2(std::abs(inspect->lowerThreshold() - lower) < 1e-6f
+                    && std::abs(inspect->upperThreshold() - upper) < 1e-6f,
                 qPrintable(QString::number(frame)));
         }
     }
@@ -189,9 +191,15 @@ private slots:
                 engine->calculateThresholds();
                 referenceThresholds(data, 0.3f, lower, upper);
             }
+            // Within float rounding: compilers may fuse the smoothing's multiply and add
+            // differently here and in the engine (aarch64 does); a frame counted twice, out of
+            // order or not at all moves a threshold by far more.
             if (step % 4 == 3)
-                QVERIFY2(engine->getLowerThreshold() == lower && engine->getUpperThreshold() == upper,
-                    qPrintable(QString::number(step)));
+                QVERIFY2(std::abs(engine->getLowerThreshold() - lower) < 1e-6f
+                        && std::abs(engine->getUpperThreshold() - upper) < 1e-6f,
+                    qPrintable(QString::asprintf("step %d: %.9g %.9g, expected %.9g %.9g", step,
+                        double(engine->getLowerThreshold()), double(engine->getUpperThreshold()),
+                        double(lower), double(upper))));
         }
         QCOMPARE(engine->getUpperThreshold(), upper);
         QCOMPARE(engine->getLowerThreshold(), lower);
