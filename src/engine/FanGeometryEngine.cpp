@@ -1,7 +1,7 @@
 #include "engine/FanGeometryEngine.h"
 
-#include "engine/DespeckleFilter.h"
 #include "engine/FrameIngestor.h"
+#include "engine/GaussianSmoother.h"
 #include "palettes/AquaPalette.h"
 #include "palettes/FirePalette.h"
 #include "palettes/StandardPalettes.h"
@@ -111,7 +111,7 @@ void FanGeometryEngine::processNewImage(const NereonImage& image)
         if (!ingestor) {
             ingestor = std::make_unique<FrameIngestor>();
             ingestor->setReadyCallback(frameReadyCallback);
-            ingestor->setRadius(DespeckleFilter::radiusForLevel(despeckleLevel));
+            ingestor->setRadius(GaussianSmoother::radiusForLevel(despeckleLevel));
         }
         // The clamp level counts as it is now, whenever the worker gets to the frame.
         intensityFrame = image;
@@ -248,7 +248,7 @@ void FanGeometryEngine::refreshIntensityTexture(int radius)
     if (ingestor)
         ingestor->takeSmoothed(radius, smoothedIntensities);
     else
-        despeckleFilter.apply(data.data(), width, height, radius, smoothedIntensities);
+        smoother.apply(data.data(), width, height, radius, smoothedIntensities);
     uploadIntensityTexture(
         width, height, QOpenGLTexture::R16_UNorm, QOpenGLTexture::UInt16, smoothedIntensities.data());
 }
@@ -263,7 +263,7 @@ void FanGeometryEngine::setDespeckleLevel(int level)
     despeckleLevel = level;
     // The worker smooths the newest frame (and the next ones) ahead of the paint.
     if (ingestor)
-        ingestor->setRadius(DespeckleFilter::radiusForLevel(level));
+        ingestor->setRadius(GaussianSmoother::radiusForLevel(level));
 }
 
 void FanGeometryEngine::setClampLevel(float level)
@@ -475,7 +475,7 @@ void FanGeometryEngine::drawFanImage(const QMatrix4x4& projection)
     // owner's context only: a texture can be released only where its creating
     // context shares objects, and the magnifier's may be gone by then. The
     // magnifier draws the last texture until the owner's paint, which repaints it.
-    const int radius = DespeckleFilter::radiusForLevel(despeckleLevel);
+    const int radius = GaussianSmoother::radiusForLevel(despeckleLevel);
     const bool ownersContext = QOpenGLContext::currentContext() == ownerContext;
     if (ownersContext && (newImage || radius != textureRadius)) {
         refreshIntensityTexture(radius);

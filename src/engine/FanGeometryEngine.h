@@ -1,7 +1,7 @@
 #pragma once
 
 #include "FanDisplayOptions.h"
-#include "engine/DespeckleFilter.h"
+#include "engine/GaussianSmoother.h"
 #include "engine/IntensityHistogram.h"
 #include "nereon/NereonImage.h"
 
@@ -104,7 +104,7 @@ public:
     /**
      * Despeckle kernel size, stored as given. Smoothing is done once per frame
      * in texture space; sizes below 3 do not smooth, and sizes above 41 smooth
-     * as 41 does, which draws the same picture (see DespeckleFilter).
+     * as 41 does, which draws the same picture (see GaussianSmoother).
      */
     void setDespeckleLevel(int level);
     void setClampLevel(float level);
@@ -193,7 +193,7 @@ private:
     std::function<void()> frameReadyCallback;
     /// Only while frames go to the worker.
     std::unique_ptr<FrameIngestor> ingestor;
-    DespeckleFilter despeckleFilter;
+    GaussianSmoother smoother;
     /// Counts collected from the worker, kept to reuse the allocation.
     mutable std::vector<IntensityHistogram::Bins> collectedBins;
     std::vector<std::uint16_t> smoothedIntensities;

@@ -1,6 +1,6 @@
 #include "engine/FrameIngestor.h"
 
-#include "engine/DespeckleFilter.h"
+#include "engine/GaussianSmoother.h"
 
 #include <utility>
 
@@ -101,7 +101,7 @@ void FrameIngestor::announceReady()
 
 void FrameIngestor::run()
 {
-    DespeckleFilter despeckleFilter;
+    GaussianSmoother smoother;
     std::vector<std::uint16_t> smoothing;
 
     std::unique_lock<std::mutex> lock(mutex);
@@ -140,7 +140,7 @@ void FrameIngestor::run()
         // The owner never asks for a frame with fewer bytes than its size says.
         const std::size_t texels = std::size_t { image.getWidth() } * image.getHeight();
         if (image.getData().size() >= texels)
-            despeckleFilter.apply(
+            smoother.apply(
                 image.getData().data(), image.getWidth(), image.getHeight(), kernelRadius, smoothing);
         lock.lock();
         smoothingUnderWay = false;

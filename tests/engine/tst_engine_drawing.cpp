@@ -6,7 +6,7 @@
 #include "GlTestSupport.h"
 #include "TestFrames.h"
 #include "display/FanDisplayPrivate.h"
-#include "engine/DespeckleFilter.h"
+#include "engine/GaussianSmoother.h"
 
 #include "gui/OpenGLWidget.h"
 
@@ -293,10 +293,10 @@ private slots:
             QOpenGLTexture* texture = inspect->intensities();
             QVERIFY(texture->width() == step.beams && texture->height() == step.rangeLines);
             const std::size_t texels = frame.getData().size();
-            const int radius = DespeckleFilter::radiusForLevel(step.level);
+            const int radius = GaussianSmoother::radiusForLevel(step.level);
             std::vector<std::uint16_t> expected(frame.getData().begin(), frame.getData().end());
             if (radius > 0)
-                DespeckleFilter().apply(
+                GaussianSmoother().apply(
                     frame.getData().data(), step.beams, step.rangeLines, radius, expected);
             std::vector<std::uint16_t> actual(texels);
             widget->makeCurrent();

@@ -1,4 +1,4 @@
-#include "engine/DespeckleFilter.h"
+#include "engine/GaussianSmoother.h"
 
 #include <algorithm>
 #include <cmath>
@@ -34,14 +34,14 @@ void addScaled(float* acc, const float* source, float weight, int count)
 
 } // namespace
 
-int DespeckleFilter::radiusForLevel(int level)
+int GaussianSmoother::radiusForLevel(int level)
 {
     if (level < 3)
         return 0;
     return std::min((level - 1) / 2, maximumRadius);
 }
 
-void DespeckleFilter::foldTaps(int length, int radius)
+void GaussianSmoother::foldTaps(int length, int radius)
 {
     // A kernel wider than the texture wraps onto itself: taps that land on the
     // same texel are merged into one, so the passes below stay exact.
@@ -69,7 +69,7 @@ void DespeckleFilter::foldTaps(int length, int radius)
     foldedWeights.resize(static_cast<std::size_t>(tap));
 }
 
-void DespeckleFilter::apply(
+void GaussianSmoother::apply(
     const std::uint8_t* data, int width, int height, int radius, std::vector<std::uint16_t>& out)
 {
     if (width <= 0 || height <= 0)

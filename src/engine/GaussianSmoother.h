@@ -23,7 +23,7 @@ namespace Halcyra::Nereon::Visualisation {
  * radius is bounded there, and a kernel size in the thousands costs what size
  * 41 costs and draws the same picture.
  */
-class DespeckleFilter
+class GaussianSmoother
 {
 public:
     /// Largest radius in texels that is worth computing (see above).

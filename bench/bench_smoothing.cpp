@@ -1,17 +1,17 @@
-// Despeckling a frame once in texture space (DespeckleFilter::apply), the GUI
+// Despeckling a frame once in texture space (GaussianSmoother::apply), the GUI
 // thread's work per frame or level change, for frame sizes a sonar sends and
 // kernel sizes up to the bound (41; larger sizes cost the same).
 //
-//   bench_despeckle --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
+//   bench_smoothing --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 
-#include "engine/DespeckleFilter.h"
+#include "engine/GaussianSmoother.h"
 
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
 #include <vector>
 
-using Halcyra::Nereon::Visualisation::DespeckleFilter;
+using Halcyra::Nereon::Visualisation::GaussianSmoother;
 
 namespace {
 
@@ -26,10 +26,10 @@ void despeckle(benchmark::State& state)
         noise = noise * 1664525u + 1013904223u;
         byte = std::uint8_t(noise >> 24);
     }
-    DespeckleFilter filter;
+    GaussianSmoother filter;
     std::vector<std::uint16_t> out;
     for (auto _ : state) {
-        filter.apply(data.data(), beams, lines, DespeckleFilter::radiusForLevel(level), out);
+        filter.apply(data.data(), beams, lines, GaussianSmoother::radiusForLevel(level), out);
         benchmark::DoNotOptimize(out.data());
     }
 }
