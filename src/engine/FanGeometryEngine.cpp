@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <sstream>
 
 namespace Halcyra::Nereon::Visualisation {
@@ -26,6 +27,24 @@ constexpr float paletteBandCentre = 0.083333336f;
 
 constexpr char vertexShaderPath[] = ":/ternwick-nereon-visualisation/shaders/fan-image/VertexShader.glsl";
 constexpr char fragmentShaderPath[] = ":/ternwick-nereon-visualisation/shaders/fan-image/FragmentShader.glsl";
+
+/**
+ * Whether the current context's renderer chooses between a texture's two
+ * filters as TextureFilterRuns expects: Mesa's llvmpipe. Asked once per
+ * context (the display's and the magnifier's).
+ */
+bool rendererChoosesFilterByLargestDerivative(QOpenGLFunctions& gl)
+{
+    static const QOpenGLContext* askedContext = nullptr;
+    static bool answer = false;
+    const QOpenGLContext* context = QOpenGLContext::currentContext();
+    if (context != askedContext) {
+        const auto* name = reinterpret_cast<const char*>(gl.glGetString(GL_RENDERER));
+        answer = name && std::strstr(name, "llvmpipe") != nullptr;
+        askedContext = context;
+    }
+    return answer;
+}
 
 float rowCoordinateOfPalette(FanDisplayOptions::Palette palette)
 {
@@ -384,6 +403,7 @@ void FanGeometryEngine::calculateFanGeometry()
 
     fanVertexBuffer.allocate(vertices.data(), static_cast<int>(vertices.size() * sizeof(float)));
     fanVertexBuffer.release();
+    fanVertices = std::move(vertices);
 }
 
 void FanGeometryEngine::calculateStraightLineGeometry()
@@ -518,12 +538,46 @@ void FanGeometryEngine::drawFanImage(const QMatrix4x4& projection)
     fanImageProgram->enableAttributeArray(textureLocation);
     fanImageProgram->setAttributeBuffer(textureLocation, GL_FLOAT, 2 * sizeof(float), 2, 4 * sizeof(float));
 
-    glDrawArrays(GL_TRIANGLES, 0, 3 * width - 3);
+    drawFanTriangles(projection);
 
     fanVertexBuffer.release();
     intensities->release();
     chosen->release();
     fanImageProgram->release();
+}
+
+void FanGeometryEngine::drawFanTriangles(const QMatrix4x4& projection)
+{
+    const int triangles = std::max(width - 1, 0);
+    if (!filterRunsAllowed || fanVertices.size() < 12 * static_cast<std::size_t>(triangles)
+        || !rendererChoosesFilterByLargestDerivative(*this)) {
+        glDrawArrays(GL_TRIANGLES, 0, 3 * triangles);
+        return;
+    }
+
+    // A software renderer pays for choosing between the two filters, and for a
+    // linear sample, in every pixel block; most triangles need only one filter.
+    GLint viewport[4] = {};
+    glGetIntegerv(GL_VIEWPORT, viewport);
+    filterRuns.update(fanVertices, triangles, projection, QSize(viewport[2], viewport[3]),
+        QSize(intensities->width(), intensities->height()));
+
+    glActiveTexture(GL_TEXTURE1); // the intensities' unit
+    const auto setFilters = [this](GLint minification, GLint magnification) {
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, minification);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, magnification);
+    };
+    for (const TextureFilterRuns::Run& run : filterRuns.runs()) {
+        if (run.filter == TextureFilterRuns::Filter::Nearest)
+            setFilters(GL_NEAREST, GL_NEAREST);
+        else if (run.filter == TextureFilterRuns::Filter::Linear)
+            setFilters(GL_LINEAR, GL_LINEAR);
+        else
+            setFilters(GL_NEAREST, GL_LINEAR);
+        glDrawArrays(GL_TRIANGLES, 3 * run.first, 3 * run.count);
+    }
+    // The texture keeps its own filters for every other use.
+    setFilters(GL_NEAREST, GL_LINEAR);
 }
 
 // ---------------------------------------------------------------------------

@@ -3,6 +3,7 @@
 #include "FanDisplayOptions.h"
 #include "engine/GaussianSmoother.h"
 #include "engine/IntensityHistogram.h"
+#include "engine/TextureFilterRuns.h"
 #include "nereon/NereonImage.h"
 
 #include <QMatrix4x4>
@@ -155,6 +156,8 @@ private:
         QOpenGLTexture::PixelType type, const void* texels);
     /// Uploads the stored frame, smoothed with the kernel of this radius (0: as it is).
     void refreshIntensityTexture(int radius);
+    /// Draws the fan triangles, in runs of one intensity filter where the renderer's choice is known.
+    void drawFanTriangles(const QMatrix4x4& projection);
 
     std::unique_ptr<QOpenGLShaderProgram> fanImageProgram;
     std::unique_ptr<QOpenGLShader> vertexShader;
@@ -172,6 +175,11 @@ private:
     std::unique_ptr<QOpenGLTexture> intensities;
     bool newImage = false;
     QOpenGLBuffer fanVertexBuffer { QOpenGLBuffer::VertexBuffer };
+    /// What the vertex buffer holds, for choosing the filter of each triangle.
+    std::vector<float> fanVertices;
+    TextureFilterRuns filterRuns;
+    /// Whether triangles may be drawn with one filter each where that draws the same picture.
+    bool filterRunsAllowed = true;
     std::vector<float> rangeLineVertices = std::vector<float>(20, 0.0f);
     std::vector<std::vector<float>> rangeArcVertices = std::vector<std::vector<float>>(5);
     std::int32_t width = 256;

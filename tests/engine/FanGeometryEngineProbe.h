@@ -41,6 +41,8 @@ public:
     Palettes::AbstractDynamicPalette* aquaPalette() const { return e.aquaPalette.get(); }
     QOpenGLTexture* intensities() const { return e.intensities.get(); }
     QOpenGLBuffer& fanVertexBuffer() { return e.fanVertexBuffer; }
+    bool& filterRunsAllowed() { return e.filterRunsAllowed; }
+    const TextureFilterRuns& filterRuns() const { return e.filterRuns; }
 
 private:
     FanGeometryEngine& e;
