@@ -11,25 +11,86 @@ namespace {
 // Four floats in one register, with GCC's and Clang's vector extension so that
 // the same code becomes SSE on x86-64 and NEON on ARM.
 using Float4 = float __attribute__((vector_size(16)));
+using Int4 = std::int32_t __attribute__((vector_size(16)));
+using Byte4 = std::uint8_t __attribute__((vector_size(4)));
+using Short4 = std::uint16_t __attribute__((vector_size(8)));
 
-/// acc[i] += weight * source[i] for i < count: the inner loop of both passes.
-void addScaled(float* acc, const float* source, float weight, int count)
+/// The same bits seen as another vector type of the same size.
+template <typename To, typename From> To sameBits(const From& from)
 {
-    const Float4 weights = { weight, weight, weight, weight };
-    int i = 0;
-    for (; i + 8 <= count; i += 8) {
-        Float4 a0, a1, s0, s1;
-        std::memcpy(&a0, acc + i, sizeof a0);
-        std::memcpy(&a1, acc + i + 4, sizeof a1);
-        std::memcpy(&s0, source + i, sizeof s0);
-        std::memcpy(&s1, source + i + 4, sizeof s1);
-        a0 += weights * s0;
-        a1 += weights * s1;
-        std::memcpy(acc + i, &a0, sizeof a0);
-        std::memcpy(acc + i + 4, &a1, sizeof a1);
+    static_assert(sizeof(To) == sizeof(From));
+    To to;
+    std::memcpy(&to, &from, sizeof to);
+    return to;
+}
+
+/// Bytes as floats, written to two places (the two copies of a padded row).
+void bytesToFloats(const std::uint8_t* source, float* first, float* second, std::size_t count)
+{
+    std::size_t i = 0;
+    for (; i + 4 <= count; i += 4) {
+        Byte4 bytes;
+        std::memcpy(&bytes, source + i, sizeof bytes);
+        const Float4 values = __builtin_convertvector(bytes, Float4);
+        std::memcpy(first + i, &values, sizeof values);
+        std::memcpy(second + i, &values, sizeof values);
     }
     for (; i < count; ++i)
-        acc[i] += weight * source[i];
+        first[i] = second[i] = static_cast<float>(source[i]);
+}
+
+/// Fractions of a byte's full scale (0..255) as 16-bit fractions, rounded and clamped.
+void floatsToFractions(const float* source, std::uint16_t* target, std::size_t count)
+{
+    std::size_t i = 0;
+    const Float4 scale = { 257.0f, 257.0f, 257.0f, 257.0f };
+    const Float4 half = { 0.5f, 0.5f, 0.5f, 0.5f };
+    const Float4 zero = {};
+    const Float4 largest = { 65535.0f, 65535.0f, 65535.0f, 65535.0f };
+    for (; i + 4 <= count; i += 4) {
+        Float4 v;
+        std::memcpy(&v, source + i, sizeof v);
+        v = v * scale + half;
+        // Clamped by masks: vector ?: is not in every compiler's C++.
+        const Int4 below = v < zero;
+        const Int4 above = v > largest;
+        const Float4 clamped
+            = sameBits<Float4>((sameBits<Int4>(v) & ~below & ~above) | (sameBits<Int4>(largest) & above));
+        const Short4 fractions = __builtin_convertvector(__builtin_convertvector(clamped, Int4), Short4);
+        std::memcpy(target + i, &fractions, sizeof fractions);
+    }
+    for (; i < count; ++i)
+        target[i] = static_cast<std::uint16_t>(std::clamp(source[i] * 257.0f + 0.5f, 0.0f, 65535.0f));
+}
+
+/**
+ * out[i] = sum over t of weights[t] * sources[t][i], for i < count, the taps
+ * added in order from 0 to each element: the inner loop of both passes. Eight
+ * elements at a time stay in registers across all taps.
+ */
+void weightedSum(float* out, const float* const* sources, const float* weights, std::size_t taps, int count)
+{
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        Float4 a0 = {};
+        Float4 a1 = {};
+        for (std::size_t t = 0; t < taps; ++t) {
+            const Float4 w = { weights[t], weights[t], weights[t], weights[t] };
+            Float4 s0, s1;
+            std::memcpy(&s0, sources[t] + i, sizeof s0);
+            std::memcpy(&s1, sources[t] + i + 4, sizeof s1);
+            a0 += w * s0;
+            a1 += w * s1;
+        }
+        std::memcpy(out + i, &a0, sizeof a0);
+        std::memcpy(out + i + 4, &a1, sizeof a1);
+    }
+    for (; i < count; ++i) {
+        float a = 0.0f;
+        for (std::size_t t = 0; t < taps; ++t)
+            a += weights[t] * sources[t][i];
+        out[i] = a;
+    }
 }
 
 } // namespace
@@ -79,35 +140,59 @@ void GaussianSmoother::apply(
     out.resize(w * h);
     radius = std::clamp(radius, 0, maximumRadius);
 
-    // Along the beams: each row is laid out twice, so that a tap at offset k
-    // of texel i reads index i + k without a modulo.
     foldTaps(width, radius);
-    rowPass.resize(w * h);
-    paddedRow.resize(2 * w);
-    for (std::size_t row = 0; row < h; ++row) {
-        const std::uint8_t* source = data + row * w;
-        for (std::size_t i = 0; i < w; ++i)
-            paddedRow[i] = paddedRow[i + w] = static_cast<float>(source[i]);
-        float* target = rowPass.data() + row * w;
-        std::fill(target, target + w, 0.0f);
-        for (std::size_t t = 0; t < foldedOffsets.size(); ++t)
-            addScaled(target, paddedRow.data() + foldedOffsets[t], foldedWeights[t], width);
-    }
-
-    // Along the range: whole rows are weighted and summed, with the row index
-    // wrapping as the texture's t coordinate does.
+    const std::vector<float> rowWeights = foldedWeights;
+    const std::vector<int> rowOffsets = foldedOffsets;
     foldTaps(height, radius);
+    const std::size_t rowTaps = rowOffsets.size();
+    const std::size_t columnTaps = foldedOffsets.size();
+
+    // The pass along the range needs the pass along the beams of the rows
+    // around each output row only: those rows are kept in a ring one slot
+    // larger than the kernel, made when first needed, so that they are still
+    // in the cache when they are summed. Only the rows that wrap from the far
+    // edge back to the first rows are made twice.
+    const std::size_t slots = columnTaps + 1;
+    rowPass.resize(slots * w);
+    slotRows.assign(slots, -1);
+    paddedRow.resize(2 * w);
+    rowSources.resize(rowTaps);
+    columnSources.resize(columnTaps);
     accumulator.resize(w);
+
+    const auto makeRow = [&](std::size_t sourceRow, float* target) {
+        // Each row is laid out twice, so that a tap at offset k of texel i
+        // reads index i + k without a modulo.
+        bytesToFloats(data + sourceRow * w, paddedRow.data(), paddedRow.data() + w, w);
+        for (std::size_t t = 0; t < rowTaps; ++t)
+            rowSources[t] = paddedRow.data() + rowOffsets[t];
+        weightedSum(target, rowSources.data(), rowWeights.data(), rowTaps, width);
+    };
+
+    slotOfRow.assign(h, -1);
+    tapAtDistance.assign(h, 0);
+    for (const int offset : foldedOffsets)
+        tapAtDistance[static_cast<std::size_t>(offset)] = 1;
+    std::size_t nextSlot = 0;
     for (std::size_t row = 0; row < h; ++row) {
-        std::fill(accumulator.begin(), accumulator.end(), 0.0f);
-        for (std::size_t t = 0; t < foldedOffsets.size(); ++t) {
+        for (std::size_t t = 0; t < columnTaps; ++t) {
+            // The row index wraps as the texture's t coordinate does.
             const std::size_t sourceRow = (row + static_cast<std::size_t>(foldedOffsets[t])) % h;
-            addScaled(accumulator.data(), rowPass.data() + sourceRow * w, foldedWeights[t], width);
+            if (slotOfRow[sourceRow] < 0) {
+                // The next slot in turn whose row this output row does not use.
+                while (slotRows[nextSlot] >= 0
+                    && tapAtDistance[(static_cast<std::size_t>(slotRows[nextSlot]) + h - row) % h])
+                    nextSlot = (nextSlot + 1) % slots;
+                if (slotRows[nextSlot] >= 0)
+                    slotOfRow[static_cast<std::size_t>(slotRows[nextSlot])] = -1;
+                makeRow(sourceRow, rowPass.data() + nextSlot * w);
+                slotRows[nextSlot] = static_cast<std::ptrdiff_t>(sourceRow);
+                slotOfRow[sourceRow] = static_cast<std::ptrdiff_t>(nextSlot);
+            }
+            columnSources[t] = rowPass.data() + static_cast<std::size_t>(slotOfRow[sourceRow]) * w;
         }
-        std::uint16_t* target = out.data() + row * w;
-        for (std::size_t i = 0; i < w; ++i)
-            target[i]
-                = static_cast<std::uint16_t>(std::clamp(accumulator[i] * 257.0f + 0.5f, 0.0f, 65535.0f));
+        weightedSum(accumulator.data(), columnSources.data(), foldedWeights.data(), columnTaps, width);
+        floatsToFractions(accumulator.data(), out.data() + row * w, w);
     }
 }
 

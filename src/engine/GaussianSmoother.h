@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -51,7 +52,15 @@ private:
 
     std::vector<float> foldedWeights;
     std::vector<int> foldedOffsets;
+    /// Rows smoothed along the beams, a ring of them, and the frame row each slot holds (-1: none).
     std::vector<float> rowPass;
+    std::vector<std::ptrdiff_t> slotRows;
+    /// The slot holding each frame row (-1: none), and which row distances the kernel reaches.
+    std::vector<std::ptrdiff_t> slotOfRow;
+    std::vector<char> tapAtDistance;
+    /// Where each tap of the two passes reads.
+    std::vector<const float*> rowSources;
+    std::vector<const float*> columnSources;
     std::vector<float> paddedRow;
     std::vector<float> accumulator;
 };
