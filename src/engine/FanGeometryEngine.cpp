@@ -28,22 +28,32 @@ constexpr float paletteBandCentre = 0.083333336f;
 constexpr char vertexShaderPath[] = ":/ternwick-nereon-visualisation/shaders/fan-image/VertexShader.glsl";
 constexpr char fragmentShaderPath[] = ":/ternwick-nereon-visualisation/shaders/fan-image/FragmentShader.glsl";
 
-/**
- * Whether the current context's renderer chooses between a texture's two
- * filters as TextureFilterRuns expects: Mesa's llvmpipe. Asked once per
- * context (the display's and the magnifier's).
- */
-bool rendererChoosesFilterByLargestDerivative(QOpenGLFunctions& gl)
+using MultiDrawArrays = void(QOPENGLF_APIENTRYP)(GLenum, const GLint*, const GLsizei*, GLsizei);
+
+/// What the fan's drawing needs to know of the current context's renderer, asked once per context.
+struct RendererTraits
 {
+    /// Chooses between a texture's two filters as TextureFilterRuns expects: Mesa's llvmpipe.
+    bool choosesFilterByLongestStep = false;
+    /// Draws several ranges of vertices in one call; null where the context lacks it.
+    MultiDrawArrays multiDrawArrays = nullptr;
+};
+
+const RendererTraits& currentRenderer(QOpenGLFunctions& gl)
+{
+    // The display's and the magnifier's contexts take turns; both are asked once.
     static const QOpenGLContext* askedContext = nullptr;
-    static bool answer = false;
-    const QOpenGLContext* context = QOpenGLContext::currentContext();
+    static RendererTraits traits;
+    QOpenGLContext* context = QOpenGLContext::currentContext();
     if (context != askedContext) {
         const auto* name = reinterpret_cast<const char*>(gl.glGetString(GL_RENDERER));
-        answer = name && std::strstr(name, "llvmpipe") != nullptr;
+        traits.choosesFilterByLongestStep = name && std::strstr(name, "llvmpipe") != nullptr;
+        traits.multiDrawArrays = context
+            ? reinterpret_cast<MultiDrawArrays>(context->getProcAddress("glMultiDrawArrays"))
+            : nullptr;
         askedContext = context;
     }
-    return answer;
+    return traits;
 }
 
 float rowCoordinateOfPalette(FanDisplayOptions::Palette palette)
@@ -549,8 +559,9 @@ void FanGeometryEngine::drawFanImage(const QMatrix4x4& projection)
 void FanGeometryEngine::drawFanTriangles(const QMatrix4x4& projection)
 {
     const int triangles = std::max(width - 1, 0);
+    const RendererTraits& renderer = currentRenderer(*this);
     if (!filterRunsAllowed || fanVertices.size() < 12 * static_cast<std::size_t>(triangles)
-        || !rendererChoosesFilterByLargestDerivative(*this)) {
+        || !renderer.choosesFilterByLongestStep) {
         glDrawArrays(GL_TRIANGLES, 0, 3 * triangles);
         return;
     }
@@ -562,22 +573,41 @@ void FanGeometryEngine::drawFanTriangles(const QMatrix4x4& projection)
     filterRuns.update(fanVertices, triangles, projection, QSize(viewport[2], viewport[3]),
         QSize(intensities->width(), intensities->height()));
 
+    // The triangles do not overlap and nothing is blended, so the runs of one
+    // filter are drawn together, in one call where the context has it. The
+    // mixed ones go last: they leave the texture with its own filters.
     glActiveTexture(GL_TEXTURE1); // the intensities' unit
-    const auto setFilters = [this](GLint minification, GLint magnification) {
+    using Filter = TextureFilterRuns::Filter;
+    bool filtersChanged = false;
+    for (const Filter filter : { Filter::Nearest, Filter::Linear, Filter::Mixed }) {
+        drawFirsts.clear();
+        drawCounts.clear();
+        for (const TextureFilterRuns::Run& run : filterRuns.runs()) {
+            if (run.filter == filter) {
+                drawFirsts.push_back(3 * run.first);
+                drawCounts.push_back(3 * run.count);
+            }
+        }
+        if (drawFirsts.empty())
+            continue;
+        const GLint minification = filter == Filter::Linear ? GL_LINEAR : GL_NEAREST;
+        const GLint magnification = filter == Filter::Nearest ? GL_NEAREST : GL_LINEAR;
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, minification);
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, magnification);
-    };
-    for (const TextureFilterRuns::Run& run : filterRuns.runs()) {
-        if (run.filter == TextureFilterRuns::Filter::Nearest)
-            setFilters(GL_NEAREST, GL_NEAREST);
-        else if (run.filter == TextureFilterRuns::Filter::Linear)
-            setFilters(GL_LINEAR, GL_LINEAR);
-        else
-            setFilters(GL_NEAREST, GL_LINEAR);
-        glDrawArrays(GL_TRIANGLES, 3 * run.first, 3 * run.count);
+        filtersChanged = filter != Filter::Mixed;
+        if (renderer.multiDrawArrays) {
+            renderer.multiDrawArrays(
+                GL_TRIANGLES, drawFirsts.data(), drawCounts.data(), static_cast<GLsizei>(drawFirsts.size()));
+        } else {
+            for (std::size_t i = 0; i < drawFirsts.size(); ++i)
+                glDrawArrays(GL_TRIANGLES, drawFirsts[i], drawCounts[i]);
+        }
     }
     // The texture keeps its own filters for every other use.
-    setFilters(GL_NEAREST, GL_LINEAR);
+    if (filtersChanged) {
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    }
 }
 
 // ---------------------------------------------------------------------------

@@ -178,6 +178,9 @@ private:
     /// What the vertex buffer holds, for choosing the filter of each triangle.
     std::vector<float> fanVertices;
     TextureFilterRuns filterRuns;
+    /// The vertex ranges of one filter's runs, kept to reuse the allocations.
+    std::vector<GLint> drawFirsts;
+    std::vector<GLsizei> drawCounts;
     /// Whether triangles may be drawn with one filter each where that draws the same picture.
     bool filterRunsAllowed = true;
     std::vector<float> rangeLineVertices = std::vector<float>(20, 0.0f);
