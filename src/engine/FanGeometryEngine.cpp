@@ -150,14 +150,14 @@ void FanGeometryEngine::processNewImage(const NereonImage& image)
             // Back on this thread: the frames on the worker count first.
             settleThresholds();
             ingestor.reset();
-            intensityFrame = NereonImage();
         }
-        // The copy is made by the counting pass, which reads the bytes anyway.
+        // A frame never changes once made, so keeping it is as good as a copy
+        // of its bytes, without writing them all again.
+        intensityFrame = image;
         const std::vector<std::uint8_t>& data = image.getData();
-        intensityData.resize(data.size());
         const std::int64_t target = IntensityHistogram::thresholdTarget(data.size(), clampLevel);
         applyThresholds(IntensityHistogram::findBins(
-            IntensityHistogram::count(data.data(), intensityData.data(), data.size(), target), target));
+            IntensityHistogram::count(data.data(), nullptr, data.size(), target), target));
     }
 
     newImage = true;
@@ -182,7 +182,7 @@ void FanGeometryEngine::setFrameReadyCallback(std::function<void()> callback)
 
 const std::vector<std::uint8_t>& FanGeometryEngine::currentIntensities() const
 {
-    return ingestor ? intensityFrame.getData() : intensityData;
+    return intensityFrame.getData();
 }
 
 void FanGeometryEngine::calculateThresholds()

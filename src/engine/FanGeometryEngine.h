@@ -77,8 +77,9 @@ public:
 
     // Frames and thresholds
     /**
-     * Stores a frame. Counted and copied here, or, with background processing,
-     * shared (not copied) and counted and smoothed on the worker thread.
+     * Stores a frame, sharing its immutable bytes rather than copying them.
+     * Counted here, or, with background processing, counted and smoothed on
+     * the worker thread.
      */
     void processNewImage(const NereonImage& image);
     /**
@@ -190,8 +191,7 @@ private:
     float aperture = 130.0f;
     std::int16_t startAngle = 25;
     std::vector<std::int16_t> bearings = std::vector<std::int16_t>(256, 0);
-    std::vector<std::uint8_t> intensityData;
-    /// The latest frame when it went to the worker: its bytes, shared with the sender, are the intensities.
+    /// The latest frame: its bytes, shared with the sender (frames are immutable), are the intensities.
     NereonImage intensityFrame;
     bool flipped = false;
     double range = 0.0;
