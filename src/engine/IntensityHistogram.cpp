@@ -177,7 +177,12 @@ void countEndsPortable(const std::uint8_t* data, std::uint8_t* copy, std::size_t
 }
 
 #if defined(NEREON_HISTOGRAM_SSE2)
-/// As countEndsPortable, sixteen lanes at a time with SSE2.
+/**
+ * As countEndsPortable, with SSE2: 64 bytes a step, whose lanes in the ends
+ * form one 64-bit mask. Bytes in the ends are few and scattered, so the loop
+ * over a mask's bits ends unpredictably; one such loop per 64 bytes rather
+ * than per 16 saves most of the mispredicted branches.
+ */
 void countEndsSse2(const std::uint8_t* data, std::uint8_t* copy, std::size_t count, HistogramEnds ends)
 {
     IntensityHistogram::Counts& histogram = threadHistogram;
@@ -187,30 +192,47 @@ void countEndsSse2(const std::uint8_t* data, std::uint8_t* copy, std::size_t cou
     const __m128i highFirst = _mm_set1_epi8(static_cast<char>(ends.highFirst));
     std::uint64_t zeros = 0;
 
-    std::size_t i = 0;
-    const std::size_t vectorEnd = count - count % 16;
-    while (i < vectorEnd) {
-        // The 8-bit lane counters would overflow after 255 vectors.
-        const std::size_t blockEnd = std::min(vectorEnd, i + 255 * 16);
-        __m128i zeroCounts = zero;
-        for (; i < blockEnd; i += 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
-            if (copy)
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(copy + i), v);
-            const __m128i isZero = _mm_cmpeq_epi8(v, zero);
-            zeroCounts = _mm_sub_epi8(zeroCounts, isZero);
-            const __m128i isLow = _mm_andnot_si128(isZero, _mm_cmpeq_epi8(_mm_min_epu8(v, lowLast), v));
-            const __m128i isHigh = _mm_cmpeq_epi8(_mm_max_epu8(v, highFirst), v);
-            auto mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(isLow, isHigh)));
-            while (mask != 0) {
-                ++histogram[data[i + static_cast<std::size_t>(__builtin_ctz(mask))]];
-                mask &= mask - 1;
-            }
+    // One vector: its ends as a 16-bit mask, its zeros added to the lane counters.
+    const auto inspect = [&](std::size_t at, __m128i& zeroCounts) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + at));
+        if (copy)
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(copy + at), v);
+        const __m128i isZero = _mm_cmpeq_epi8(v, zero);
+        zeroCounts = _mm_sub_epi8(zeroCounts, isZero);
+        const __m128i isLow = _mm_andnot_si128(isZero, _mm_cmpeq_epi8(_mm_min_epu8(v, lowLast), v));
+        const __m128i isHigh = _mm_cmpeq_epi8(_mm_max_epu8(v, highFirst), v);
+        return static_cast<std::uint64_t>(
+            static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(isLow, isHigh))));
+    };
+    const auto countBits = [&](std::size_t at, std::uint64_t mask) {
+        while (mask != 0) {
+            ++histogram[data[at + static_cast<std::size_t>(__builtin_ctzll(mask))]];
+            mask &= mask - 1;
         }
+    };
+    const auto addZeros = [&](__m128i zeroCounts) {
         const __m128i sums = _mm_sad_epu8(zeroCounts, zero);
         zeros += static_cast<std::uint64_t>(_mm_cvtsi128_si32(sums))
             + static_cast<std::uint64_t>(_mm_extract_epi16(sums, 4));
+    };
+
+    std::size_t i = 0;
+    const std::size_t stepEnd = count - count % 64;
+    while (i < stepEnd) {
+        // The 8-bit lane counters take four vectors a step: at most 63 steps.
+        const std::size_t blockEnd = std::min(stepEnd, i + 63 * 64);
+        __m128i zeroCounts = zero;
+        for (; i < blockEnd; i += 64) {
+            const std::uint64_t mask = inspect(i, zeroCounts) | inspect(i + 16, zeroCounts) << 16
+                | inspect(i + 32, zeroCounts) << 32 | inspect(i + 48, zeroCounts) << 48;
+            countBits(i, mask);
+        }
+        addZeros(zeroCounts);
     }
+    __m128i zeroCounts = zero;
+    for (; i + 16 <= count; i += 16)
+        countBits(i, inspect(i, zeroCounts));
+    addZeros(zeroCounts);
     countEndsTail(data, copy, i, count, ends, zeros);
     histogram[0] = static_cast<std::uint32_t>(zeros);
 }
