@@ -48,7 +48,8 @@ const RendererTraits& currentRenderer(QOpenGLFunctions& gl)
     if (context != askedContext) {
         const auto* name = reinterpret_cast<const char*>(gl.glGetString(GL_RENDERER));
         traits.choosesFilterByLongestStep = name && std::strstr(name, "llvmpipe") != nullptr;
-        traits.multiDrawArrays = context
+        // Core in desktop GL since 1.4; OpenGL ES has no such call, whatever a lookup returns.
+        traits.multiDrawArrays = context && !context->isOpenGLES()
             ? reinterpret_cast<MultiDrawArrays>(context->getProcAddress("glMultiDrawArrays"))
             : nullptr;
         askedContext = context;
