@@ -149,11 +149,13 @@ int GaussianSmoother::radiusForLevel(int level)
     return std::min((level - 1) / 2, maximumRadius);
 }
 
-void GaussianSmoother::foldTaps(int length, int radius)
+void GaussianSmoother::foldTaps(int length, int radius, Taps& folded)
 {
     // A kernel wider than the texture wraps onto itself: taps that land on the
     // same texel are merged into one, so the passes below stay exact.
     const int taps = std::min(2 * radius + 1, length);
+    std::vector<float>& foldedWeights = folded.weights;
+    std::vector<int>& foldedOffsets = folded.offsets;
     foldedWeights.assign(static_cast<std::size_t>(taps), 0.0f);
     foldedOffsets.resize(static_cast<std::size_t>(taps));
     const float twoSigmaSquared = 2.0f * spread * spread;
@@ -187,44 +189,46 @@ void GaussianSmoother::apply(
     out.resize(w * h);
     radius = std::clamp(radius, 0, maximumRadius);
 
-    foldTaps(width, radius);
-    const std::vector<float> rowWeights = foldedWeights;
-    const std::vector<int> rowOffsets = foldedOffsets;
-    foldTaps(height, radius);
-    const std::size_t rowTaps = rowOffsets.size();
-    const std::size_t columnTaps = foldedOffsets.size();
+    foldTaps(width, radius, rowTaps);
+    foldTaps(height, radius, columnTaps);
+    const std::vector<float>& rowWeights = rowTaps.weights;
+    const std::vector<int>& rowOffsets = rowTaps.offsets;
+    const std::vector<float>& columnWeights = columnTaps.weights;
+    const std::vector<int>& columnOffsets = columnTaps.offsets;
+    const std::size_t rowCount = rowOffsets.size();
+    const std::size_t columnCount = columnOffsets.size();
 
     // The pass along the range needs the pass along the beams of the rows
     // around each output row only: those rows are kept in a ring one slot
     // larger than the kernel, made when first needed, so that they are still
     // in the cache when they are summed. Only the rows that wrap from the far
     // edge back to the first rows are made twice.
-    const std::size_t slots = columnTaps + 1;
+    const std::size_t slots = columnCount + 1;
     rowPass.resize(slots * w);
     slotRows.assign(slots, -1);
     paddedRow.resize(2 * w);
-    rowSources.resize(rowTaps);
-    columnSources.resize(columnTaps);
+    rowSources.resize(rowCount);
+    columnSources.resize(columnCount);
     accumulator.resize(w);
 
     const auto makeRow = [&](std::size_t sourceRow, float* target) {
         // Each row is laid out twice, so that a tap at offset k of texel i
         // reads index i + k without a modulo.
         bytesToFloats(data + sourceRow * w, paddedRow.data(), paddedRow.data() + w, w);
-        for (std::size_t t = 0; t < rowTaps; ++t)
+        for (std::size_t t = 0; t < rowCount; ++t)
             rowSources[t] = paddedRow.data() + rowOffsets[t];
-        weightedSum(target, rowSources.data(), rowWeights.data(), rowTaps, width);
+        weightedSum(target, rowSources.data(), rowWeights.data(), rowCount, width);
     };
 
     slotOfRow.assign(h, -1);
     tapAtDistance.assign(h, 0);
-    for (const int offset : foldedOffsets)
+    for (const int offset : columnOffsets)
         tapAtDistance[static_cast<std::size_t>(offset)] = 1;
     std::size_t nextSlot = 0;
     for (std::size_t row = 0; row < h; ++row) {
-        for (std::size_t t = 0; t < columnTaps; ++t) {
+        for (std::size_t t = 0; t < columnCount; ++t) {
             // The row index wraps as the texture's t coordinate does.
-            const std::size_t sourceRow = (row + static_cast<std::size_t>(foldedOffsets[t])) % h;
+            const std::size_t sourceRow = (row + static_cast<std::size_t>(columnOffsets[t])) % h;
             if (slotOfRow[sourceRow] < 0) {
                 // The next slot in turn whose row this output row does not use.
                 while (slotRows[nextSlot] >= 0
@@ -238,7 +242,7 @@ void GaussianSmoother::apply(
             }
             columnSources[t] = rowPass.data() + static_cast<std::size_t>(slotOfRow[sourceRow]) * w;
         }
-        weightedSum(accumulator.data(), columnSources.data(), foldedWeights.data(), columnTaps, width);
+        weightedSum(accumulator.data(), columnSources.data(), columnWeights.data(), columnCount, width);
         floatsToFractions(accumulator.data(), out.data() + row * w, w);
     }
 }

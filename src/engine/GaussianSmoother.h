@@ -47,11 +47,17 @@ public:
     void apply(const std::uint8_t* data, int width, int height, int radius, std::vector<std::uint16_t>& out);
 
 private:
-    /// Taps of one axis of length n folded onto offsets 0 .. n-1, weights normalised.
-    void foldTaps(int length, int radius);
+    /// One axis's taps, weights normalised.
+    struct Taps
+    {
+        std::vector<float> weights;
+        std::vector<int> offsets;
+    };
+    /// Taps of one axis of the given length folded onto offsets 0 .. length - 1.
+    static void foldTaps(int length, int radius, Taps& taps);
 
-    std::vector<float> foldedWeights;
-    std::vector<int> foldedOffsets;
+    Taps rowTaps; ///< along the beams
+    Taps columnTaps; ///< along the range
     /// Rows smoothed along the beams, a ring of them, and the frame row each slot holds (-1: none).
     std::vector<float> rowPass;
     std::vector<std::ptrdiff_t> slotRows;
