@@ -11,9 +11,9 @@
 //
 //   bench_recording --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 
-#include "FramePlayer.h"
-#include "RecordingReader.h"
-#include "RecordingWriter.h"
+#include "sources/FramePlayer.h"
+#include "sources/RecordingReader.h"
+#include "sources/RecordingWriter.h"
 #include "SonarScene.h"
 
 #include <QCoreApplication>
@@ -28,6 +28,7 @@
 #include <vector>
 
 using Halcyra::Nereon::NereonImage;
+using namespace Halcyra::Nereon::Sources;
 
 namespace {
 
@@ -105,11 +106,11 @@ void BM_Read(benchmark::State& state)
     int i = 0;
     std::int64_t read = 0;
     for (auto _ : state) {
-        NereonImage image;
-        if (!reader.readFrame(i++ % reader.getFrameCount(), image))
+        SourceFrame frame;
+        if (!reader.readFrame(i++ % reader.getFrameCount(), frame))
             state.SkipWithError("read failed");
-        read += std::int64_t(image.getData().size());
-        benchmark::DoNotOptimize(image);
+        read += std::int64_t(frame.image.getData().size());
+        benchmark::DoNotOptimize(frame);
     }
     state.SetBytesProcessed(read);
 }
@@ -139,8 +140,10 @@ void BM_ReplayTiming(benchmark::State& state)
         };
         // On the player's thread, as it leaves.
         QObject::connect(
-            &player, &FramePlayer::frameReplayed, &player,
-            [&](const NereonImage&, int index, qint64 timestamp) {
+            &player, &FramePlayer::frameReady, &player,
+            [&](const SourceFrame& frame) {
+                const int index = frame.index;
+                const qint64 timestamp = frame.timestamp;
                 if (index == 0) {
                     firstEmitted = Clock::now();
                     firstTimestamp = timestamp;
@@ -150,8 +153,10 @@ void BM_ReplayTiming(benchmark::State& state)
             },
             Qt::DirectConnection);
         // On this thread, as a viewer receives it.
-        QObject::connect(&player, &FramePlayer::frameReplayed, &receiver,
-            [&](const NereonImage&, int index, qint64 timestamp) {
+        QObject::connect(&player, &FramePlayer::frameReady, &receiver,
+            [&](const SourceFrame& frame) {
+                const int index = frame.index;
+                const qint64 timestamp = frame.timestamp;
                 if (index == 0)
                     firstArrived = Clock::now();
                 else

@@ -1,7 +1,7 @@
 #include "RecordingPanel.h"
 
-#include "FramePlayer.h"
-#include "FrameRecorder.h"
+#include "sources/FramePlayer.h"
+#include "sources/FrameRecorder.h"
 
 #include <QComboBox>
 #include <QDateTime>
@@ -21,6 +21,7 @@
 #include <limits>
 
 using Halcyra::Nereon::NereonImage;
+using namespace Halcyra::Nereon::Sources;
 
 namespace {
 
@@ -139,13 +140,12 @@ RecordingPanel::RecordingPanel(QWidget* parent)
         replayLabel->setText(tr("Cannot replay %1: %2").arg(QFileInfo(replayPath).fileName(), message));
         emit replayFailed(message);
     });
-    connect(player.get(), &FramePlayer::frameReplayed, this,
-        [this](const NereonImage& image, int index, qint64 timestamp) {
-            if (!replaying)
-                return;
-            showPosition(index, timestamp);
-            emit frameReplayed(image);
-        });
+    connect(player.get(), &FramePlayer::frameReady, this, [this](const SourceFrame& frame) {
+        if (!replaying)
+            return;
+        showPosition(frame.index, frame.timestamp - player->getDescription().startTime);
+        emit frameReplayed(frame.image);
+    });
     connect(player.get(), &FramePlayer::playingChanged, this, [this](bool playing) {
         const QSignalBlocker blocker(playButton);
         playButton->setChecked(playing);

@@ -6,8 +6,10 @@
 
 #include <memory>
 
+namespace Halcyra::Nereon::Sources {
 class FramePlayer;
 class FrameRecorder;
+} // namespace Halcyra::Nereon::Sources
 class QComboBox;
 class QLabel;
 class QPushButton;
@@ -61,8 +63,8 @@ private:
     void showPosition(int index, qint64 timestamp);
     void enableReplayControls();
 
-    std::unique_ptr<FrameRecorder> recorder;
-    std::unique_ptr<FramePlayer> player;
+    std::unique_ptr<Halcyra::Nereon::Sources::FrameRecorder> recorder;
+    std::unique_ptr<Halcyra::Nereon::Sources::FramePlayer> player;
     bool replaying = false;
     int frameCount = 0;
     qint64 duration = 0;

@@ -1,8 +1,8 @@
 #include "ConvertedUnit.h"
 #include "DisplaySettingsStore.h"
 #include "RecordingPanel.h"
-#include "RecordingReader.h"
-#include "RecordingWriter.h"
+#include "sources/RecordingReader.h"
+#include "sources/RecordingWriter.h"
 #include "SimulatedSonar.h"
 #include "SonarScene.h"
 #include "ViewerOptions.h"
@@ -26,6 +26,7 @@
 
 using namespace Halcyra::Nereon::Visualisation;
 using Halcyra::Nereon::NereonImage;
+using namespace Halcyra::Nereon::Sources;
 using TestSupport::describeSettings;
 
 Q_DECLARE_METATYPE(const ConvertedUnit*)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "TernwickNereonSourcesExport.h"
+
 #include <QFile>
 #include <QString>
 
@@ -11,13 +13,15 @@ namespace Halcyra::Nereon {
 class NereonImage;
 }
 
+namespace Halcyra::Nereon::Sources {
+
 /**
  * Writes frames to a recording file (docs/recording-format.md), one whole record
  * per write, straight to the operating system: a process killed between two
  * frames leaves every frame before it readable. Not thread-safe; FrameRecorder
  * drives one from its own thread.
  */
-class RecordingWriter
+class TERNWICK_NEREON_SOURCES_EXPORT RecordingWriter
 {
 public:
     /// Level 1: the fastest, and on speckled sonar pictures within a few percent
@@ -66,3 +70,5 @@ private:
     std::int64_t intensityBytes = 0;
     std::int64_t storedIntensityBytes = 0;
 };
+
+} // namespace Halcyra::Nereon::Sources

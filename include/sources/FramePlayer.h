@@ -1,8 +1,9 @@
 #pragma once
 
-#include "nereon/NereonImage.h"
+#include "TernwickNereonSourcesExport.h"
 
-#include <QObject>
+#include "sources/FrameSource.h"
+
 #include <QString>
 
 #include <chrono>
@@ -12,18 +13,22 @@
 #include <mutex>
 #include <thread>
 
-class RecordingReader;
+namespace Halcyra::Nereon::Sources {
+
+class FrameReader;
 
 /**
- * Replays a recording at its recorded pace, or faster or slower, on a thread of
- * its own: the file is read and decoded there and every frame is emitted from
- * there when its time comes. The controls are plain methods, callable from any
- * thread; they take effect at once, even in the middle of a wait.
+ * Replays a recording of any format that FrameReader knows at its recorded pace,
+ * or faster or slower, on a thread of its own: the file is read and decoded there
+ * and every frame is emitted from there (imageReady(), frameReady()) when its time
+ * comes. The controls are plain methods, callable from any thread; they take
+ * effect at once, even in the middle of a wait.
  *
  * Signals are emitted from the player's thread: receivers on other threads get
- * them queued.
+ * them queued. Times given to and by the player are microseconds from the
+ * recording's first frame.
  */
-class FramePlayer : public QObject
+class TERNWICK_NEREON_SOURCES_EXPORT FramePlayer : public FrameSource
 {
     Q_OBJECT
 
@@ -45,19 +50,21 @@ public:
     void pause();
     /// Shows the next frame at once and pauses.
     void step();
-    /// Shows the last frame received at or before `timestamp` (microseconds from the start).
+    /// Shows the last frame taken at or before `timestamp` (microseconds from the first frame).
     void seek(std::int64_t timestamp);
+    /// Shows frame `index` (zero-based) and pauses.
+    void seekToFrame(int index);
     /// 1 is the recorded pace; clamped to 1/16 to 16.
     void setSpeed(double speed);
     double getSpeed() const;
     bool isPlaying() const;
     TimingStatistics getTimingStatistics() const;
+    SonarDescription getDescription() const override;
 
 signals:
+    /// The file is open: `duration` microseconds from its first frame to its last.
     void opened(int frameCount, qint64 duration);
     void openFailed(const QString& message);
-    /// Frame `index` of the recording, received `timestamp` microseconds after its start.
-    void frameReplayed(const Halcyra::Nereon::NereonImage& image, int index, qint64 timestamp);
     void playingChanged(bool playing);
     /// The last frame has been shown.
     void reachedEnd();
@@ -80,7 +87,7 @@ private:
     void anchor();
     Clock::time_point dueTime(std::int64_t timestamp) const;
 
-    std::unique_ptr<RecordingReader> reader;
+    std::unique_ptr<FrameReader> reader;
     std::thread worker;
     mutable std::mutex mutex;
     std::condition_variable wake;
@@ -93,6 +100,7 @@ private:
     bool seekRequested = false;
     std::int64_t seekTimestamp = 0;
     int stepsRequested = 0;
+    int frameRequested = -1;
     bool quitting = false;
 
     // Replay state, owned by the worker but read under the lock.
@@ -106,7 +114,11 @@ private:
     /// Anchor again once the next frame is decoded, so that decoding does not delay the pace.
     bool anchorPending = false;
     bool damageReported = false;
-    Halcyra::Nereon::NereonImage preparedImage;
+    std::int64_t firstTimestamp = 0;
+    SonarDescription description;
+    SourceFrame preparedFrameData;
     int preparedFrame = -1;
     TimingStatistics timing;
 };
+
+} // namespace Halcyra::Nereon::Sources

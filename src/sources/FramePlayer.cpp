@@ -1,16 +1,15 @@
-#include "FramePlayer.h"
+#include "sources/FramePlayer.h"
 
-#include "RecordingReader.h"
+#include "sources/FrameReader.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
-using Halcyra::Nereon::NereonImage;
+namespace Halcyra::Nereon::Sources {
 
 FramePlayer::FramePlayer(QObject* parent)
-    : QObject(parent)
-    , reader(std::make_unique<RecordingReader>())
+    : FrameSource(parent)
 {
     worker = std::thread(&FramePlayer::run, this);
 }
@@ -33,6 +32,7 @@ void FramePlayer::open(const QString& path)
         openRequested = true;
         playWhenOpened = false;
         seekRequested = false;
+        frameRequested = -1;
         stepsRequested = 0;
     }
     wake.notify_all();
@@ -87,6 +87,17 @@ void FramePlayer::seek(std::int64_t timestamp)
     wake.notify_all();
 }
 
+void FramePlayer::seekToFrame(int index)
+{
+    std::unique_lock<std::mutex> lock(mutex);
+    setPlaying(lock, false);
+    frameRequested = std::max(index, 0);
+    seekRequested = false;
+    stepsRequested = 0;
+    lock.unlock();
+    wake.notify_all();
+}
+
 void FramePlayer::setSpeed(double newSpeed)
 {
     if (!std::isfinite(newSpeed))
@@ -115,6 +126,12 @@ FramePlayer::TimingStatistics FramePlayer::getTimingStatistics() const
 {
     const std::lock_guard<std::mutex> lock(mutex);
     return timing;
+}
+
+SonarDescription FramePlayer::getDescription() const
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    return description;
 }
 
 void FramePlayer::anchor()
@@ -153,10 +170,17 @@ void FramePlayer::run()
                 continue;
             const std::int64_t timestamp = seekTimestamp;
             lock.unlock();
-            const int frame = reader->findFrame(timestamp);
+            const int frame = reader->findFrame(firstTimestamp + timestamp);
             lock.lock();
             if (show(lock, frame))
                 anchor();
+            continue;
+        }
+        if (frameRequested >= 0) {
+            const int frame = std::min(frameRequested, frameCount - 1);
+            frameRequested = -1;
+            if (frame >= 0)
+                show(lock, frame);
             continue;
         }
         if (stepsRequested > 0) {
@@ -184,7 +208,7 @@ void FramePlayer::run()
             anchorPending = false;
             anchor();
         }
-        const Clock::time_point due = dueTime(reader->getTimestamp(frame));
+        const Clock::time_point due = dueTime(reader->getTimestamp(frame) - firstTimestamp);
         if (Clock::now() < due) {
             // Woken early by a control: everything is looked at afresh.
             wake.wait_until(lock, due);
@@ -211,17 +235,15 @@ void FramePlayer::openNow(std::unique_lock<std::mutex>& lock)
     lastShownTimestamp = 0;
     damageReported = false;
     preparedFrame = -1;
-    preparedImage = NereonImage();
+    preparedFrameData = SourceFrame();
     timing = TimingStatistics();
+    std::unique_ptr<FrameReader> oldReader = std::move(reader);
     lock.unlock();
-    const bool ok = reader->open(path);
-    const int count = reader->getFrameCount();
-    if (!ok || count == 0) {
-        QString message = ok ? QStringLiteral("no frames") : reader->getErrorString();
-        if (ok && reader->hasDamage())
-            message = QStringLiteral("no whole frame before byte %1: %2")
-                          .arg(reader->getDamageOffset())
-                          .arg(reader->getDamageDescription());
+    oldReader.reset();
+    QString message;
+    std::unique_ptr<FrameReader> newReader = FrameReader::create(path, &message);
+    const int count = newReader ? newReader->getFrameCount() : 0;
+    if (count == 0) {
         lock.lock();
         opening = false;
         playWhenOpened = false;
@@ -230,13 +252,18 @@ void FramePlayer::openNow(std::unique_lock<std::mutex>& lock)
         lock.lock();
         return;
     }
-    const qint64 duration = reader->getTimestamp(count - 1);
+    const SonarDescription newDescription = newReader->getDescription();
     lock.lock();
+    reader = std::move(newReader);
+    firstTimestamp = reader->getTimestamp(0);
+    const qint64 duration = reader->getTimestamp(count - 1) - firstTimestamp;
+    description = newDescription;
     opening = false;
     frameCount = count;
-    lastShownTimestamp = reader->getTimestamp(0);
+    lastShownTimestamp = 0;
     anchor();
     lock.unlock();
+    emit descriptionChanged(newDescription);
     emit opened(count, duration);
     lock.lock();
     if (playWhenOpened && !openRequested) {
@@ -252,8 +279,8 @@ bool FramePlayer::prepare(std::unique_lock<std::mutex>& lock, int index)
     if (preparedFrame == index)
         return true;
     lock.unlock();
-    NereonImage image;
-    const bool ok = reader->readFrame(index, image);
+    SourceFrame frame;
+    const bool ok = reader->readFrame(index, frame);
     lock.lock();
     if (!ok) {
         // The reader has cut its index before the damaged frame.
@@ -263,7 +290,7 @@ bool FramePlayer::prepare(std::unique_lock<std::mutex>& lock, int index)
         reachedLastFrame(lock);
         return false;
     }
-    preparedImage = std::move(image);
+    preparedFrameData = std::move(frame);
     preparedFrame = index;
     return true;
 }
@@ -271,14 +298,13 @@ bool FramePlayer::prepare(std::unique_lock<std::mutex>& lock, int index)
 void FramePlayer::showPrepared(std::unique_lock<std::mutex>& lock)
 {
     const int index = preparedFrame;
-    const NereonImage image = std::move(preparedImage);
-    preparedImage = NereonImage();
+    const SourceFrame frame = std::move(preparedFrameData);
+    preparedFrameData = SourceFrame();
     preparedFrame = -1;
-    const std::int64_t timestamp = reader->getTimestamp(index);
     nextFrame = index + 1;
-    lastShownTimestamp = timestamp;
+    lastShownTimestamp = frame.timestamp - firstTimestamp;
     lock.unlock();
-    emit frameReplayed(image, index, timestamp);
+    emitFrame(frame);
     lock.lock();
     if (nextFrame >= frameCount)
         reachedLastFrame(lock);
@@ -295,7 +321,7 @@ bool FramePlayer::show(std::unique_lock<std::mutex>& lock, int index)
 void FramePlayer::reachedLastFrame(std::unique_lock<std::mutex>& lock)
 {
     setPlaying(lock, false);
-    if (reader->hasDamage()) {
+    if (reader && reader->hasDamage()) {
         if (damageReported)
             return;
         damageReported = true;
@@ -310,3 +336,5 @@ void FramePlayer::reachedLastFrame(std::unique_lock<std::mutex>& lock)
     emit reachedEnd();
     lock.lock();
 }
+
+} // namespace Halcyra::Nereon::Sources

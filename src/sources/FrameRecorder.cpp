@@ -1,12 +1,13 @@
-#include "FrameRecorder.h"
+#include "sources/FrameRecorder.h"
 
-#include "RecordingWriter.h"
+#include "sources/RecordingWriter.h"
 
 #include <QDateTime>
 
 #include <chrono>
 
-using Halcyra::Nereon::NereonImage;
+namespace Halcyra::Nereon::Sources {
+
 
 namespace {
 // About six seconds of 82 MB/s sonar; beyond that frames are dropped instead of memory exhausted.
@@ -137,3 +138,5 @@ void FrameRecorder::run()
         }
     }
 }
+
+} // namespace Halcyra::Nereon::Sources

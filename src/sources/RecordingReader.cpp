@@ -1,15 +1,18 @@
-#include "RecordingReader.h"
+#include "sources/RecordingReader.h"
 
 #include "Crc32c.h"
 #include "RecordingFormat.h"
 
-#include "nereon/NereonImage.h"
+#include <QIODevice>
 
 #include <zstd.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 
-using Halcyra::Nereon::NereonImage;
+namespace Halcyra::Nereon::Sources {
+
 using namespace RecordingFormat;
 
 void RecordingReader::ContextDeleter::operator()(void* context) const
@@ -22,68 +25,93 @@ RecordingReader::RecordingReader()
 {
 }
 
-RecordingReader::~RecordingReader() = default;
-
-bool RecordingReader::open(const QString& path)
+RecordingReader::~RecordingReader()
 {
     close();
-    file.setFileName(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        errorString = file.errorString();
-        return false;
-    }
+}
+
+bool RecordingReader::hasSignature(const QByteArray& firstBytes)
+{
+    return firstBytes.size() >= int(sizeof magic) && std::memcmp(firstBytes.constData(), magic, sizeof magic) == 0;
+}
+
+std::int64_t RecordingReader::getTimestamp(int frame) const
+{
+    return startTime * 1000 + index[std::size_t(frame)].timestamp;
+}
+
+SonarDescription RecordingReader::getDescription() const
+{
+    return description;
+}
+
+bool RecordingReader::openDevice(QIODevice& device)
+{
     std::uint8_t header[fileHeaderSize];
-    if (file.read(reinterpret_cast<char*>(header), sizeof header) != qint64(sizeof header)) {
-        errorString = QStringLiteral("too short for a recording");
-        markDamage(0, errorString);
+    if (device.read(reinterpret_cast<char*>(header), sizeof header) != qint64(sizeof header)) {
+        markDamage(0, QStringLiteral("too short for a recording"));
         return false;
     }
     if (std::memcmp(header, magic, sizeof magic) != 0) {
-        errorString = QStringLiteral("not a recording");
-        markDamage(0, errorString);
+        markDamage(0, QStringLiteral("not a recording"));
         return false;
     }
     if (get32(header + 28) != Crc32c::compute(header, 28)) {
-        errorString = QStringLiteral("file header checksum mismatch");
-        markDamage(0, errorString);
+        markDamage(0, QStringLiteral("file header checksum mismatch"));
         return false;
     }
     if (get16(header + 8) != version || get16(header + 10) != fileHeaderSize) {
-        errorString = QStringLiteral("recording format version %1, this viewer reads version %2")
+        markDamage(0, QStringLiteral("recording format version %1, this reader reads version %2")
                           .arg(get16(header + 8))
-                          .arg(version);
-        markDamage(0, errorString);
+                          .arg(version));
         return false;
     }
     startTime = std::int64_t(get64(header + 16));
-    buildIndex();
+    buildIndex(device);
+
+    description = SonarDescription();
+    description.format = QStringLiteral("Nereon recording");
+    SourceFrame first;
+    if (index.empty() || !decodeFrame(device, 0, first))
+        return false;
+    description.beamCount = first.image.getWidth();
+    description.samplesPerBeam = first.image.getHeight();
+    description.windowStart = 0.0;
+    description.windowLength = first.image.getRange();
+    const auto& bearings = first.image.getBearings();
+    if (!bearings.empty()) {
+        description.leftmostBearing = bearings.front() / 100.0;
+        description.rightmostBearing = bearings.back() / 100.0;
+    }
+    description.startTime = getTimestamp(0);
+    description.duration = index.back().timestamp - index.front().timestamp;
+    if (index.size() > 1 && description.duration > 0)
+        description.frameRate = double(index.size() - 1) * 1e6 / double(description.duration);
     return true;
 }
 
-void RecordingReader::close()
+void RecordingReader::closeDevice()
 {
-    file.close();
     index.clear();
+    payload.clear();
     startTime = 0;
-    damageOffset = -1;
-    damageDescription.clear();
-    errorString.clear();
+    description = SonarDescription();
 }
 
-void RecordingReader::buildIndex()
+void RecordingReader::buildIndex(QIODevice& device)
 {
-    const std::int64_t fileSize = file.size();
+    const std::int64_t fileSize = device.size();
     std::int64_t offset = fileHeaderSize;
     std::int64_t lastTimestamp = 0;
     std::uint8_t header[recordHeaderSize];
     while (offset < fileSize) {
-        if (!file.seek(offset)) {
-            markDamage(offset, file.errorString());
+        if (!device.seek(offset)) {
+            markDamage(offset, device.errorString());
             return;
         }
-        const qint64 got = file.read(reinterpret_cast<char*>(header), sizeof header);
+        const qint64 got = device.read(reinterpret_cast<char*>(header), sizeof header);
         if (got != qint64(sizeof header)) {
-            markDamage(offset, got < 0 ? file.errorString() : QStringLiteral("record header cut short"));
+            markDamage(offset, got < 0 ? device.errorString() : QStringLiteral("record header cut short"));
             return;
         }
         if (get32(header) != recordMarker || get32(header + 24) != Crc32c::compute(header, 24)) {
@@ -108,17 +136,8 @@ void RecordingReader::buildIndex()
     }
 }
 
-int RecordingReader::findFrame(std::int64_t timestamp) const
+bool RecordingReader::decodeFrame(QIODevice& device, int frame, SourceFrame& out)
 {
-    const auto after = std::upper_bound(index.begin(), index.end(), timestamp,
-        [](std::int64_t t, const Entry& entry) { return t < entry.timestamp; });
-    return after == index.begin() ? 0 : int(after - index.begin()) - 1;
-}
-
-bool RecordingReader::readFrame(int frame, NereonImage& image)
-{
-    if (frame < 0 || frame >= getFrameCount())
-        return false;
     const Entry entry = index[std::size_t(frame)];
     // Everything from this record on is gone once it proves damaged.
     auto damaged = [this, frame, &entry](const QString& description) {
@@ -127,9 +146,9 @@ bool RecordingReader::readFrame(int frame, NereonImage& image)
         return false;
     };
     payload.resize(entry.payloadSize);
-    if (!file.seek(entry.offset + std::int64_t(recordHeaderSize))
-        || file.read(reinterpret_cast<char*>(payload.data()), entry.payloadSize) != qint64(entry.payloadSize))
-        return damaged(QStringLiteral("record unreadable: %1").arg(file.errorString()));
+    if (!device.seek(entry.offset + std::int64_t(recordHeaderSize))
+        || device.read(reinterpret_cast<char*>(payload.data()), entry.payloadSize) != qint64(entry.payloadSize))
+        return damaged(QStringLiteral("record unreadable: %1").arg(device.errorString()));
     if (Crc32c::compute(payload.data(), payload.size()) != entry.payloadChecksum)
         return damaged(QStringLiteral("record payload checksum mismatch"));
     if (payload.size() < framePrefixSize)
@@ -164,13 +183,12 @@ bool RecordingReader::readFrame(int frame, NereonImage& image)
     } else {
         return damaged(QStringLiteral("unknown intensity encoding %1").arg(encoding));
     }
-    image = NereonImage(get16(prefix), get16(prefix + 2), std::move(intensities), std::move(bearings),
+    out.image = NereonImage(get16(prefix), get16(prefix + 2), std::move(intensities), std::move(bearings),
         getDouble(prefix + 4), getDouble(prefix + 12));
+    out.timestamp = getTimestamp(frame);
+    out.windowStart = 0.0;
+    out.firstSampleRow = 0;
     return true;
 }
 
-void RecordingReader::markDamage(std::int64_t offset, const QString& description)
-{
-    damageOffset = offset;
-    damageDescription = description;
-}
+} // namespace Halcyra::Nereon::Sources

@@ -1,4 +1,4 @@
-#include "RecordingWriter.h"
+#include "sources/RecordingWriter.h"
 
 #include "Crc32c.h"
 #include "RecordingFormat.h"
@@ -13,7 +13,8 @@
 
 #include <algorithm>
 
-using Halcyra::Nereon::NereonImage;
+namespace Halcyra::Nereon::Sources {
+
 using namespace RecordingFormat;
 
 void RecordingWriter::ContextDeleter::operator()(void* context) const
@@ -166,3 +167,5 @@ void RecordingWriter::close()
         file.close();
     }
 }
+
+} // namespace Halcyra::Nereon::Sources

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "TernwickNereonSourcesExport.h"
+
 #include "nereon/NereonImage.h"
 
 #include <QElapsedTimer>
@@ -13,6 +15,8 @@
 #include <mutex>
 #include <thread>
 
+namespace Halcyra::Nereon::Sources {
+
 class RecordingWriter;
 
 /**
@@ -21,7 +25,7 @@ class RecordingWriter;
  * waits for compression or the disk. A recording stays readable up to its last
  * whole frame if the process dies; it is also synced to the disk every second.
  */
-class FrameRecorder : public QObject
+class TERNWICK_NEREON_SOURCES_EXPORT FrameRecorder : public QObject
 {
     Q_OBJECT
 
@@ -75,3 +79,5 @@ private:
     QString errorString;
     Statistics statistics;
 };
+
+} // namespace Halcyra::Nereon::Sources
