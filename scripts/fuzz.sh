@@ -13,7 +13,12 @@ build_dir=${NEREON_FUZZ_BUILD_DIR:-"$root/build-fuzz"}
 CXX=clang++ cmake -S "$root" -B "$build_dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DNEREON_BUILD_FUZZERS=ON -DNEREON_BUILD_TESTS=OFF -DNEREON_BUILD_EXAMPLES=OFF \
     -DNEREON_BUILD_BENCHMARKS=OFF
-cmake --build "$build_dir" --parallel "$(nproc)" --target fuzz_frame
+# One target for every folder of seeds: fuzz/corpus/<name> goes with fuzz/fuzz_<name>.cpp.
+targets=()
+for corpus in "$root"/fuzz/corpus/*/; do
+    targets+=("$(basename "$corpus")")
+done
+cmake --build "$build_dir" --parallel "$(nproc)" --target "${targets[@]/#/fuzz_}"
 
 # New inputs go to a scratch folder; the committed corpus is only read.
 scratch=$(mktemp -d)
@@ -27,7 +32,7 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 # NEREON_FUZZ_CORPUS names a folder that keeps the inputs found, for longer runs.
 found=${NEREON_FUZZ_CORPUS:-"$scratch/found"}
 
-for target in frame; do
+for target in "${targets[@]}"; do
     echo "== Fuzzing $target for $seconds s =="
     mkdir -p "$found/$target"
     "$build_dir/fuzz/fuzz_$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \

@@ -25,6 +25,10 @@ native)
         libzstd-dev
         qttools5-dev qt6-tools-dev doxygen
         clang libclang-rt-14-dev
+        libavformat-dev libavcodec-dev libavutil-dev libswscale-dev ffmpeg
+        libprotobuf-dev protobuf-compiler
+        python3-dev python3-numpy python3-pytest sip-tools python3-pyqtbuild
+        pyqt5-dev python3-pyqt5 pyqt6-dev python3-pyqt6
     )
     ;;
 arm64)
@@ -56,13 +60,45 @@ fi
 
 echo "Installing: ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
+
+# A fresh machine's automatic updates can hold dpkg's locks for many minutes:
+# apt waits for them (up to 30 minutes) instead of failing at once.
+apt_options=(-o DPkg::Lock::Timeout=1800)
+
+# Waits while another package manager runs (found by its process name, so that
+# nothing beyond the shell is needed), saying so once a minute.
+apt_running() {
+    local comm
+    for comm in /proc/[0-9]*/comm; do
+        case "$(cat "$comm" 2>/dev/null)" in
+        apt | apt-get | aptitude | dpkg | unattended-upgr | packagekitd) return 0 ;;
+        esac
+    done
+    return 1
+}
+wait_for_apt() {
+    local waited=0
+    while apt_running; do
+        if [ $((waited % 60)) = 0 ]; then
+            echo "waiting for another package manager to finish (${waited} s so far)" >&2
+        fi
+        sleep 5
+        waited=$((waited + 5))
+        if [ "$waited" -ge 1800 ]; then
+            echo "another package manager has run for 30 minutes; giving up" >&2
+            return 1
+        fi
+    done
+}
+
 # A mirror that hiccups once should not fail the whole run.
 retry() {
     for attempt in 1 2 3; do
+        wait_for_apt || return 1
         "$@" && return 0
         [ "$attempt" = 3 ] || { echo "retrying in 10 s: $*" >&2; sleep 10; }
     done
     return 1
 }
-retry "${sudo_cmd[@]}" apt-get update -q
-retry "${sudo_cmd[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"
+retry "${sudo_cmd[@]}" apt-get "${apt_options[@]}" update -q
+retry "${sudo_cmd[@]}" apt-get "${apt_options[@]}" install -y -q --no-install-recommends "${missing[@]}"
