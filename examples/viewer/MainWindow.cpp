@@ -2,6 +2,7 @@
 
 #include "ConvertedUnit.h"
 #include "DisplaySettingsStore.h"
+#include "MagnifierRuler.h"
 #include "RecordingPanel.h"
 #include "SimulatedSonar.h"
 
@@ -17,12 +18,15 @@
 #include <QDir>
 #include <QDockWidget>
 #include <QDoubleSpinBox>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QFileDialog>
 #include <QFontDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMenuBar>
+#include <QMimeData>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QScreen>
@@ -33,6 +37,7 @@
 #include <QStandardPaths>
 #include <QStatusBar>
 #include <QTimer>
+#include <QUrl>
 #include <QVBoxLayout>
 #include <QWheelEvent>
 #include <QWindow>
@@ -102,6 +107,10 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
     addDockWidget(Qt::RightDockWidgetArea, controlsDock);
     createRecordingDock();
 
+    setAcceptDrops(true);
+    if (!options.replayPath.isEmpty() && options.replayFrame >= 0)
+        options.frames = 1; // one frame is shown, paused
+
     frameRateLabel = new QLabel(tr("No frames"));
     positionLabel = new QLabel;
     frameRateLabel->setObjectName("frameRateLabel");
@@ -151,6 +160,9 @@ QWidget* MainWindow::createMagnifierPanel()
     magnifier->installEventFilter(this);
     magnifier->setToolTip(tr("Drag the outline on the main display to move; wheel to zoom"));
     layout->addWidget(magnifier, 1);
+    // Fish are measured here, where they are large: drag across one.
+    ruler = new MagnifierRuler(magnifier);
+    ruler->setDistanceUnit(distanceUnits[0]);
 
     auto* buttons = new QHBoxLayout;
     auto* zoomIn = new QPushButton(tr("Zoom in"));
@@ -326,6 +338,7 @@ void MainWindow::connectControls()
     });
     connect(distanceUnitBox, comboChanged, this, [this](int index) {
         display->setDistanceUnit(distanceUnits[index]);
+        ruler->setDistanceUnit(distanceUnits[index]);
         display->update();
         positionLabel->clear();
     });
@@ -565,6 +578,7 @@ void MainWindow::applyCommandLine(const ViewerOptions& commandLine)
     display->setClampLevel(static_cast<float>(clampBox->value()));
     display->setMeasurementMode(static_cast<Options::MeasurementMode>(measurementBox->currentIndex()));
     display->setDistanceUnit(distanceUnits[distanceUnitBox->currentIndex()]);
+    ruler->setDistanceUnit(distanceUnits[distanceUnitBox->currentIndex()]);
     display->setAreaUnit(areaUnits[areaUnitBox->currentIndex()]);
     display->setBranding(brandingBox->isChecked());
 
@@ -653,8 +667,9 @@ QPixmap MainWindow::grabPicture(bool fanOnly) const
 void MainWindow::createMenus()
 {
     QMenu* file = menuBar()->addMenu(tr("&File"));
-    QAction* replay = file->addAction(tr("&Replay recording\u2026"));
+    QAction* replay = file->addAction(tr("&Open recording\u2026"));
     replay->setShortcut(QKeySequence::Open);
+    replay->setToolTip(tr("Replay the viewer's own recordings or ARIS files; or drop a file on the window"));
     connect(replay, &QAction::triggered, recordingPanel, &RecordingPanel::chooseRecording);
     recordAction = file->addAction(tr("&Record\u2026"));
     recordAction->setCheckable(true);
@@ -695,6 +710,9 @@ void MainWindow::createRecordingDock()
     connect(recordingPanel, &RecordingPanel::liveRequested, this, [this] { useReplay(false); });
     connect(recordingPanel, &RecordingPanel::replayStopped, this, &MainWindow::replayStopped);
     connect(recordingPanel, &RecordingPanel::replayFailed, this, &MainWindow::replayFailed);
+    connect(recordingPanel, &RecordingPanel::sonarDescribed, this, [this] {
+        setWindowTitle(tr("Nereon viewer \u2014 %1").arg(recordingPanel->getReplayName()));
+    });
     connect(recordingPanel, &RecordingPanel::replayOpened, this, [this](int, qint64 duration) {
         if (options.screenshotPath.isEmpty() || !commandLineReplay)
             return;
@@ -715,12 +733,17 @@ void MainWindow::startCommandLineRecording()
     }
     if (!options.replayPath.isEmpty()) {
         commandLineReplay = true;
-        recordingPanel->openRecording(options.replayPath, options.replaySpeed);
+        recordingPanel->openRecording(options.replayPath, options.replaySpeed, options.replayFrame);
     }
 }
 
 void MainWindow::frameReceived(const NereonImage& image)
 {
+    ruler->setRange(image.getRange());
+    if (!magnifierOptionsApplied) {
+        magnifierOptionsApplied = true;
+        applyMagnifierOptions();
+    }
     recordingPanel->record(image);
     countFrameForScreenshot();
 }
@@ -733,6 +756,8 @@ void MainWindow::useReplay(bool replay)
     if (!replay)
         commandLineReplay = false;
     frameRateLabel->setText(replay ? tr("Replaying") : tr("Starting"));
+    if (!replay)
+        setWindowTitle(tr("Nereon viewer"));
 }
 
 void MainWindow::replayStopped(qint64 damageOffset, const QString& description)
@@ -775,6 +800,36 @@ void MainWindow::saveScreenshot(bool fanOnly)
         statusBar()->showMessage(tr("Saved %1").arg(QDir::toNativeSeparators(path)), 5000);
     else
         QMessageBox::warning(this, tr("Save screenshot"), tr("Could not save %1.").arg(path));
+}
+
+void MainWindow::applyMagnifierOptions()
+{
+    for (int i = 0; i < options.magnifierSteps; ++i)
+        magnifier->zoomIn();
+    if (options.magnifierCentred) {
+        // The view's centre shows the fan point -translation / scale.
+        const auto& scale = magnifier->getCurrentScale();
+        magnifier->pan(float(-options.magnifierCentre.x() * double(scale.x)),
+            float(-options.magnifierCentre.y() * double(scale.y)), true);
+    }
+    if (!options.measurement.isNull())
+        ruler->setMeasurement(options.measurement.p1(), options.measurement.p2());
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event)
+{
+    const QList<QUrl> urls = event->mimeData()->urls();
+    if (urls.size() == 1 && urls.first().isLocalFile())
+        event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event)
+{
+    const QList<QUrl> urls = event->mimeData()->urls();
+    if (urls.size() != 1 || !urls.first().isLocalFile())
+        return;
+    event->acceptProposedAction();
+    recordingPanel->openRecording(urls.first().toLocalFile());
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)

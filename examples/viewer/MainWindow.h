@@ -14,6 +14,7 @@ class QComboBox;
 class QDockWidget;
 class QDoubleSpinBox;
 class QLabel;
+class MagnifierRuler;
 class QPushButton;
 class RecordingPanel;
 class QSlider;
@@ -44,6 +45,8 @@ public:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
@@ -76,9 +79,13 @@ private:
     void replayStopped(qint64 damageOffset, const QString& description);
     void replayFailed(const QString& message);
     void saveScreenshot(bool fanOnly);
+    /// The magnifier's zoom, centre and measurement from the command line, once it has its size.
+    void applyMagnifierOptions();
 
     Halcyra::Nereon::Visualisation::ZoomableFanDisplay* display = nullptr;
     Halcyra::Nereon::Visualisation::ZoomDisplay* magnifier = nullptr;
+    MagnifierRuler* ruler = nullptr;
+    bool magnifierOptionsApplied = false;
 
     QThread sonarThread;
     SimulatedSonar* sonar = nullptr;

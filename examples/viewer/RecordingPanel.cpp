@@ -13,11 +13,13 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QSlider>
+#include <QSpinBox>
 #include <QStandardPaths>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 using Halcyra::Nereon::NereonImage;
@@ -25,7 +27,10 @@ using namespace Halcyra::Nereon::Sources;
 
 namespace {
 
-const QString fileFilter = QObject::tr("Nereon recordings (*.nrec);;All files (*)");
+const QString recordFilter = QObject::tr("Nereon recordings (*.nrec);;All files (*)");
+// Files are recognised by their contents; the names only help the dialog.
+const QString openFilter = QObject::tr(
+    "Sonar recordings (*.nrec *.aris);;Nereon recordings (*.nrec);;ARIS recordings (*.aris);;All files (*)");
 
 /// m:ss.mmm
 QString formatTime(qint64 microseconds)
@@ -33,6 +38,45 @@ QString formatTime(qint64 microseconds)
     const qint64 milliseconds = microseconds / 1000;
     return QString::asprintf(
         "%lld:%02lld.%03lld", milliseconds / 60000, milliseconds / 1000 % 60, milliseconds % 1000);
+}
+
+QString formatMetres(double metres)
+{
+    return QObject::tr("%1 m").arg(metres, 0, 'f', 2);
+}
+
+/// What the viewer shows of the sonar behind a recording.
+QString describeSonar(const SonarDescription& sonar)
+{
+    QStringList lines;
+    QString model = sonar.model.isEmpty() ? sonar.format : sonar.model;
+    if (!sonar.serialNumber.isEmpty())
+        model += QObject::tr(", serial %1").arg(sonar.serialNumber);
+    if (std::isfinite(sonar.frequency))
+        model += QObject::tr(", %1 MHz").arg(sonar.frequency / 1e6, 0, 'f', 1);
+    lines << model;
+    QString beams = QObject::tr("%1 beams \u00d7 %2 samples").arg(sonar.beamCount).arg(sonar.samplesPerBeam);
+    if (std::isfinite(sonar.leftmostBearing) && std::isfinite(sonar.rightmostBearing))
+        beams += QObject::tr(", %1\u00b0 wide").arg(sonar.rightmostBearing - sonar.leftmostBearing, 0, 'f', 1);
+    lines << beams;
+    if (std::isfinite(sonar.windowStart) && std::isfinite(sonar.windowLength)) {
+        QString window = QObject::tr("Window %1 to %2")
+                             .arg(formatMetres(sonar.windowStart), formatMetres(sonar.windowStart + sonar.windowLength));
+        if (std::isfinite(sonar.soundSpeed))
+            window += QObject::tr(", sound %1 m/s").arg(sonar.soundSpeed, 0, 'f', 1);
+        lines << window;
+    }
+    QString timing;
+    if (std::isfinite(sonar.frameRate))
+        timing = QObject::tr("%1 frames/s").arg(sonar.frameRate, 0, 'f', 2);
+    if (sonar.startTime != 0) {
+        const QDateTime start = QDateTime::fromMSecsSinceEpoch(sonar.startTime / 1000, Qt::UTC);
+        timing += (timing.isEmpty() ? QString() : QStringLiteral(", "))
+            + QObject::tr("recorded %1 UTC").arg(start.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")));
+    }
+    if (!timing.isEmpty())
+        lines << timing;
+    return lines.join('\n');
 }
 
 QString formatBytes(qint64 bytes)
@@ -61,8 +105,8 @@ RecordingPanel::RecordingPanel(QWidget* parent)
     layout->addWidget(recordingLabel);
 
     auto* sourceRow = new QHBoxLayout;
-    openButton = new QPushButton(tr("Replay\u2026"));
-    openButton->setToolTip(tr("Replay a recording instead of the live frames"));
+    openButton = new QPushButton(tr("Open\u2026"));
+    openButton->setToolTip(tr("Replay a recording (the viewer's own or an ARIS file) instead of the live frames"));
     liveButton = new QPushButton(tr("Live"));
     liveButton->setToolTip(tr("Back to the live frames"));
     sourceRow->addWidget(openButton);
@@ -73,7 +117,11 @@ RecordingPanel::RecordingPanel(QWidget* parent)
     playButton = new QPushButton(tr("Play"));
     playButton->setObjectName("playButton");
     playButton->setCheckable(true);
+    backButton = new QPushButton(tr("Back"));
+    backButton->setObjectName("backButton");
+    backButton->setToolTip(tr("Show the previous frame"));
     stepButton = new QPushButton(tr("Step"));
+    stepButton->setObjectName("stepButton");
     stepButton->setToolTip(tr("Show the next frame"));
     speedBox = new QComboBox;
     speedBox->setObjectName("speedBox");
@@ -82,6 +130,7 @@ RecordingPanel::RecordingPanel(QWidget* parent)
     speedBox->setCurrentIndex(speedBox->findData(1.0));
     speedBox->setToolTip(tr("Replay speed; 1\u00d7 is the recorded pace"));
     controlRow->addWidget(playButton);
+    controlRow->addWidget(backButton);
     controlRow->addWidget(stepButton);
     controlRow->addWidget(speedBox);
     layout->addLayout(controlRow);
@@ -89,13 +138,26 @@ RecordingPanel::RecordingPanel(QWidget* parent)
     positionSlider = new QSlider(Qt::Horizontal);
     positionSlider->setObjectName("positionSlider");
     positionSlider->setToolTip(tr("Drag to seek"));
+    auto* frameRow = new QHBoxLayout;
+    frameBox = new QSpinBox;
+    frameBox->setObjectName("frameBox");
+    frameBox->setPrefix(tr("Frame "));
+    frameBox->setToolTip(tr("Go to a frame; the first is frame 1"));
+    frameBox->setKeyboardTracking(false);
     positionLabel = new QLabel;
     positionLabel->setObjectName("positionLabel");
+    frameRow->addWidget(frameBox);
+    frameRow->addWidget(positionLabel, 1);
+    descriptionLabel = new QLabel;
+    descriptionLabel->setObjectName("descriptionLabel");
+    descriptionLabel->setWordWrap(true);
+    descriptionLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
     replayLabel = new QLabel;
     replayLabel->setObjectName("replayLabel");
     replayLabel->setWordWrap(true);
     layout->addWidget(positionSlider);
-    layout->addWidget(positionLabel);
+    layout->addLayout(frameRow);
+    layout->addWidget(descriptionLabel);
     layout->addWidget(replayLabel);
     layout->addStretch(1);
 
@@ -113,6 +175,14 @@ RecordingPanel::RecordingPanel(QWidget* parent)
             player->pause();
     });
     connect(stepButton, &QPushButton::clicked, this, [this] { player->step(); });
+    connect(backButton, &QPushButton::clicked, this, [this] {
+        if (shownFrame > 0)
+            player->seekToFrame(shownFrame - 1);
+    });
+    connect(frameBox, QOverload<int>::of(&QSpinBox::valueChanged), this, [this](int oneBased) {
+        if (replaying && oneBased - 1 != shownFrame)
+            player->seekToFrame(oneBased - 1);
+    });
     connect(speedBox, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
         [this](int index) { player->setSpeed(speedBox->itemData(index).toDouble()); });
     // Milliseconds on the slider; the player seeks to the frame shown at that moment.
@@ -133,6 +203,11 @@ RecordingPanel::RecordingPanel(QWidget* parent)
         positionSlider->setRange(0, int(std::min<qint64>(length / 1000, std::numeric_limits<int>::max())));
         positionSlider->setValue(0);
         replayLabel->setText(tr("Replaying %1").arg(QFileInfo(replayPath).fileName()));
+        {
+            const QSignalBlocker frameBlocker(frameBox);
+            frameBox->setRange(1, count);
+            frameBox->setSuffix(tr(" of %1").arg(count));
+        }
         enableReplayControls();
         emit replayOpened(count, length);
     });
@@ -146,6 +221,11 @@ RecordingPanel::RecordingPanel(QWidget* parent)
         showPosition(frame.index, frame.timestamp - player->getDescription().startTime);
         emit frameReplayed(frame.image);
     });
+    connect(player.get(), &FramePlayer::descriptionChanged, this, [this](const SonarDescription& sonar) {
+        description = sonar;
+        descriptionLabel->setText(describeSonar(sonar));
+        emit sonarDescribed(sonar);
+    });
     connect(player.get(), &FramePlayer::playingChanged, this, [this](bool playing) {
         const QSignalBlocker blocker(playButton);
         playButton->setChecked(playing);
@@ -158,7 +238,9 @@ RecordingPanel::RecordingPanel(QWidget* parent)
     connect(player.get(), &FramePlayer::stoppedAtDamage, this, [this](qint64 offset, const QString& what) {
         if (!replaying)
             return;
-        replayLabel->setText(tr("Replay stopped at byte %1: %2").arg(offset).arg(what));
+        replayLabel->setText(tr("Stopped at byte %1 of %2: %3")
+                                 .arg(offset)
+                                 .arg(QFileInfo(replayPath).fileName(), what));
         emit replayStopped(offset, what);
     });
 
@@ -218,14 +300,14 @@ void RecordingPanel::toggleRecording()
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
     const QString suggestion = QDir(folder).filePath(
         QStringLiteral("nereon-%1.nrec").arg(QDateTime::currentDateTime().toString("yyyyMMdd-HHmmss")));
-    const QString path = QFileDialog::getSaveFileName(this, tr("Record to"), suggestion, fileFilter);
+    const QString path = QFileDialog::getSaveFileName(this, tr("Record to"), suggestion, recordFilter);
     if (path.isEmpty() || !startRecording(path)) {
         recordButton->setChecked(false);
         return;
     }
 }
 
-void RecordingPanel::openRecording(const QString& path, double speed)
+void RecordingPanel::openRecording(const QString& path, double speed, int firstFrame)
 {
     replayPath = path;
     frameCount = 0;
@@ -236,14 +318,24 @@ void RecordingPanel::openRecording(const QString& path, double speed)
     }
     replayLabel->setText(tr("Opening %1").arg(QFileInfo(path).fileName()));
     positionLabel->clear();
+    descriptionLabel->clear();
+    shownFrame = -1;
     const int speedIndex = speedBox->findData(speed);
     if (speedIndex >= 0) {
         speedBox->setCurrentIndex(speedIndex);
     }
     player->setSpeed(speed);
     player->open(path);
-    player->play();
+    if (firstFrame >= 0)
+        player->seekToFrame(firstFrame);
+    else
+        player->play();
     enableReplayControls();
+}
+
+QString RecordingPanel::getReplayName() const
+{
+    return QFileInfo(replayPath).fileName();
 }
 
 void RecordingPanel::chooseRecording()
@@ -251,7 +343,7 @@ void RecordingPanel::chooseRecording()
     const QString folder = replayPath.isEmpty()
         ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)
         : QFileInfo(replayPath).absolutePath();
-    const QString path = QFileDialog::getOpenFileName(this, tr("Replay"), folder, fileFilter);
+    const QString path = QFileDialog::getOpenFileName(this, tr("Open a recording"), folder, openFilter);
     if (!path.isEmpty())
         openRecording(path, speedBox->currentData().toDouble());
 }
@@ -263,8 +355,10 @@ void RecordingPanel::returnToLive()
     player->pause();
     replaying = false;
     frameCount = 0;
+    shownFrame = -1;
     replayLabel->clear();
     positionLabel->clear();
+    descriptionLabel->clear();
     enableReplayControls();
     emit liveRequested();
 }
@@ -287,10 +381,13 @@ void RecordingPanel::showRecordingStatus()
 
 void RecordingPanel::showPosition(int index, qint64 timestamp)
 {
-    positionLabel->setText(tr("%1 / %2   frame %3 of %4")
-                               .arg(formatTime(timestamp), formatTime(duration))
-                               .arg(index + 1)
-                               .arg(frameCount));
+    shownFrame = index;
+    if (!frameBox->hasFocus()) {
+        const QSignalBlocker blocker(frameBox);
+        frameBox->setValue(index + 1);
+    }
+    // The frame number (from 1) is in the frame box beside it.
+    positionLabel->setText(tr("%1 / %2").arg(formatTime(timestamp), formatTime(duration)));
     if (!positionSlider->isSliderDown()) {
         const QSignalBlocker blocker(positionSlider);
         positionSlider->setValue(int(timestamp / 1000));
@@ -303,5 +400,7 @@ void RecordingPanel::enableReplayControls()
     liveButton->setEnabled(replaying);
     playButton->setEnabled(usable);
     stepButton->setEnabled(usable);
+    backButton->setEnabled(usable);
+    frameBox->setEnabled(usable);
     positionSlider->setEnabled(usable);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "nereon/NereonImage.h"
+#include "sources/SonarDescription.h"
 
 #include <QWidget>
 
@@ -14,6 +15,7 @@ class QComboBox;
 class QLabel;
 class QPushButton;
 class QSlider;
+class QSpinBox;
 class QTimer;
 
 /**
@@ -40,8 +42,13 @@ public:
     /// Asks for a file and starts recording, or stops a recording under way.
     void toggleRecording();
 
-    /// Replays `path` from its start instead of the live frames.
-    void openRecording(const QString& path, double speed = 1.0);
+    /// Replays `path`, of any format the frame-source library reads, instead of the
+    /// live frames: from its start, or paused at `firstFrame` (zero-based) if given.
+    void openRecording(const QString& path, double speed = 1.0, int firstFrame = -1);
+    /// The sonar behind the recording being replayed.
+    Halcyra::Nereon::Sources::SonarDescription getDescription() const { return description; }
+    /// File name of the recording being replayed.
+    QString getReplayName() const;
     /// Asks for a file to replay.
     void chooseRecording();
     /// Ends the replay; the viewer goes back to its live source.
@@ -57,6 +64,8 @@ signals:
     /// No further frame comes without a control: at the end (`damageOffset` -1) or at damage.
     void replayStopped(qint64 damageOffset, const QString& description);
     void recordingChanged(bool recording);
+    /// The recording being replayed is open and its sonar known.
+    void sonarDescribed(const Halcyra::Nereon::Sources::SonarDescription& description);
 
 private:
     void showRecordingStatus();
@@ -69,6 +78,8 @@ private:
     int frameCount = 0;
     qint64 duration = 0;
     QString replayPath;
+    Halcyra::Nereon::Sources::SonarDescription description;
+    int shownFrame = -1;
 
     QPushButton* recordButton = nullptr;
     QLabel* recordingLabel = nullptr;
@@ -77,6 +88,9 @@ private:
     QPushButton* liveButton = nullptr;
     QPushButton* playButton = nullptr;
     QPushButton* stepButton = nullptr;
+    QPushButton* backButton = nullptr;
+    QSpinBox* frameBox = nullptr;
+    QLabel* descriptionLabel = nullptr;
     QComboBox* speedBox = nullptr;
     QSlider* positionSlider = nullptr;
     QLabel* positionLabel = nullptr;

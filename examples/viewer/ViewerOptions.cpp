@@ -2,6 +2,8 @@
 
 #include <QCommandLineParser>
 
+#include <cmath>
+
 namespace {
 
 bool toInteger(const QString& text, int low, int high, int& result)
@@ -14,13 +16,30 @@ bool toInteger(const QString& text, int low, int high, int& result)
     return true;
 }
 
+/// Reads "a,b,..." into `count` numbers.
+bool toNumbers(const QString& text, int count, double* values)
+{
+    const QStringList parts = text.split(',');
+    if (parts.size() != count)
+        return false;
+    for (int i = 0; i < count; ++i) {
+        bool ok = false;
+        values[i] = parts[i].toDouble(&ok);
+        if (!ok || !std::isfinite(values[i]))
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 ViewerOptions ViewerOptions::parse(const QStringList& arguments)
 {
     ViewerOptions options;
     QCommandLineParser parser;
-    parser.setApplicationDescription("Shows a simulated multibeam sonar on the fan display.");
+    parser.setApplicationDescription("Shows a multibeam sonar on the fan display: a simulated one, or a\n"
+                                     "recording (the viewer's own .nrec or an ARIS .aris file) given as FILE.");
+    parser.addPositionalArgument("FILE", "A recording to replay (as --replay).", "[FILE]");
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption screenshot("screenshot", "Save the window to <file> and quit.", "file");
     const QCommandLineOption frames("frames", "Frames to show before the screenshot (default 30).", "n");
@@ -42,8 +61,15 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
         "replay", "Replay the recording <file> instead of the simulated sonar.", "file");
     const QCommandLineOption speed(
         "speed", "Replay speed, 0.125 to 16 (default 1, the recorded pace).", "factor");
+    const QCommandLineOption frame("frame", "Show frame <n> of the replay (the first is 1), paused.", "n");
+    const QCommandLineOption magnify("magnify", "Magnifier zoom: 4 to 10 times (default 4).", "factor");
+    const QCommandLineOption magnifyAt("magnify-at",
+        "Centre the magnifier on the fan point x,y (the sonar at 0,0, the rim at radius 1).", "x,y");
+    const QCommandLineOption measure("measure",
+        "Measure a distance on the magnifier from x1,y1 to x2,y2 (fan points, as --magnify-at).",
+        "x1,y1,x2,y2");
     parser.addOptions({ screenshot, frames, palette, modifier, beams, despeckle, clamp, zoom, feet, fresh,
-        size, fanOnly, colourScale, autoGrid, record, replay, speed });
+        size, fanOnly, colourScale, autoGrid, record, replay, speed, frame, magnify, magnifyAt, measure });
 
     if (!parser.parse(arguments)) {
         options.error = parser.errorText();
@@ -100,8 +126,46 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
         if (!ok || options.replaySpeed < 0.125 || options.replaySpeed > 16.0)
             return fail("--speed needs a factor from 0.125 to 16");
     }
+    if (parser.isSet(frame)) {
+        int oneBased = 0;
+        if (!toInteger(parser.value(frame), 1, 100000000, oneBased))
+            return fail("--frame needs a frame number from 1");
+        options.replayFrame = oneBased - 1;
+    }
+    if (parser.isSet(magnify)) {
+        bool ok = false;
+        const double factor = parser.value(magnify).toDouble(&ok);
+        if (!ok || factor < 4.0 || factor > 10.0)
+            return fail("--magnify needs a factor from 4 to 10");
+        // The magnifier's levels are 4, 4.5, ... 8, then 9 and 10.
+        static const double levels[] = { 4.0, 4.5, 5.0, 5.5, 6.0, 6.5, 7.0, 8.0, 9.0, 10.0 };
+        while (options.magnifierSteps < 9 && levels[options.magnifierSteps + 1] <= factor + 1e-9)
+            ++options.magnifierSteps;
+    }
+    double numbers[4] = {};
+    if (parser.isSet(magnifyAt)) {
+        if (!toNumbers(parser.value(magnifyAt), 2, numbers))
+            return fail("--magnify-at needs x,y");
+        options.magnifierCentred = true;
+        options.magnifierCentre = QPointF(numbers[0], numbers[1]);
+    }
+    if (parser.isSet(measure)) {
+        if (!toNumbers(parser.value(measure), 4, numbers))
+            return fail("--measure needs x1,y1,x2,y2");
+        options.measurement = QLineF(numbers[0], numbers[1], numbers[2], numbers[3]);
+    }
     options.recordPath = parser.value(record);
     options.replayPath = parser.value(replay);
+    const QStringList files = parser.positionalArguments();
+    if (files.size() > 1)
+        return fail("unexpected argument " + files[1]);
+    if (!files.isEmpty()) {
+        if (parser.isSet(replay))
+            return fail("give the recording either as FILE or with --replay, not both");
+        options.replayPath = files.first();
+    }
+    if (options.replayFrame >= 0 && options.replayPath.isEmpty())
+        return fail("--frame needs a recording to replay");
     if (parser.isSet(record) && options.recordPath.isEmpty())
         return fail("--record needs a file");
     if (parser.isSet(replay) && options.replayPath.isEmpty())
@@ -111,8 +175,6 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
     options.colourScale = parser.isSet(colourScale);
     options.automaticGridColour = parser.isSet(autoGrid);
     options.useSavedSettings = !parser.isSet(fresh) && options.screenshotPath.isEmpty();
-    if (!parser.positionalArguments().isEmpty())
-        return fail("unexpected argument " + parser.positionalArguments().first());
     return options;
 }
 

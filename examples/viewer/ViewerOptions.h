@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QLineF>
+#include <QPointF>
 #include <QSize>
 #include <QString>
 #include <QStringList>
@@ -24,6 +26,11 @@ struct ViewerOptions
     QString recordPath; ///< record the frames received to this file
     QString replayPath; ///< replay this recording instead of the simulated sonar
     double replaySpeed = 1.0;
+    int replayFrame = -1; ///< show this frame (zero-based) of the replay, paused; -1 plays from the start
+    int magnifierSteps = 0; ///< zoom the magnifier in this many steps from 4x (0 to 9)
+    bool magnifierCentred = false;
+    QPointF magnifierCentre; ///< fan coordinates (the rim at radius 1) the magnifier centres on
+    QLineF measurement; ///< a distance measured on the magnifier, in fan coordinates; null for none
     QString error; ///< non-empty when the command line is unusable
     bool helpShown = false;
 

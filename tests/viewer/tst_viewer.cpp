@@ -1,5 +1,8 @@
 #include "ConvertedUnit.h"
 #include "DisplaySettingsStore.h"
+#include "FanDisplay.h"
+#include "MagnifierRuler.h"
+#include "ZoomDisplay.h"
 #include "RecordingPanel.h"
 #include "sources/RecordingReader.h"
 #include "sources/RecordingWriter.h"
@@ -12,7 +15,9 @@
 #include <QApplication>
 #include <QSettings>
 #include <QSignalSpy>
+#include <QPushButton>
 #include <QSlider>
+#include <QSpinBox>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
@@ -213,10 +218,80 @@ private slots:
         QTRY_COMPARE(replayed.size(), std::size_t(1));
         QVERIFY(replayed.front().getData() == sent.front().getData());
 
+        // Frame by frame: the box counts from 1, Back goes to the frame before the one shown.
+        QCOMPARE(panel.getDescription().beamCount, int(sent.front().getWidth()));
+        QCOMPARE(panel.getDescription().format, QString("Nereon recording"));
+        auto* frameBox = panel.findChild<QSpinBox*>("frameBox");
+        QCOMPARE(frameBox->value(), 1);
+        QCOMPARE(frameBox->maximum(), int(sent.size()));
+        replayed.clear();
+        frameBox->setValue(4);
+        QTRY_COMPARE(replayed.size(), std::size_t(1));
+        QVERIFY(replayed.back().getData() == sent[3].getData());
+        panel.findChild<QPushButton*>("backButton")->click();
+        QTRY_COMPARE(replayed.size(), std::size_t(2));
+        QVERIFY(replayed.back().getData() == sent[2].getData());
+        QTRY_COMPARE(frameBox->value(), 3);
+
         panel.returnToLive();
         QCOMPARE(live.count(), 1);
         QVERIFY(!panel.isReplaying());
         QVERIFY(!slider->isEnabled());
+    }
+
+    void magnifierRulerMeasuresInTrueMetres()
+    {
+        FanDisplay display;
+        ZoomDisplay* magnifier = display.getZoomDisplay();
+        QWidget window;
+        window.resize(300, 200);
+        magnifier->setParent(&window);
+        magnifier->setGeometry(0, 0, 300, 200);
+        MagnifierRuler ruler(magnifier);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QCOMPARE(ruler.size(), magnifier->size());
+        magnifier->zoomIn();
+        magnifier->zoomIn();
+        magnifier->pan(-0.5f, -2.0f, true);
+        ruler.setRange(20.0);
+
+        // Drag across the view: the fan points under the pixels follow from the view's scale
+        // and translation alone (clip = scale * fan + translation at rotation 0).
+        const auto scale = magnifier->getCurrentScale();
+        const auto shift = magnifier->getCurrentTranslation();
+        auto fanAt = [&](QPoint pixel) {
+            const double clipX = 2.0 * (pixel.x() + 0.5) / 300.0 - 1.0;
+            const double clipY = 1.0 - 2.0 * (pixel.y() + 0.5) / 200.0;
+            return QPointF((clipX - shift.x) / scale.x, (clipY - shift.y) / scale.y);
+        };
+        const QPoint from(40, 150);
+        const QPoint to(250, 30);
+        QTest::mousePress(&ruler, Qt::LeftButton, {}, from);
+        QTest::mouseMove(&ruler, to);
+        QTest::mouseRelease(&ruler, Qt::LeftButton, {}, to);
+        QVERIFY(ruler.hasMeasurement());
+        const QPointF d = fanAt(to) - fanAt(from);
+        const double expected = std::hypot(d.x(), d.y()) * 20.0;
+        // Within a pixel's worth of the magnified fan.
+        QVERIFY2(std::abs(ruler.getDistance() - expected) < 20.0 / (300.0 * scale.x),
+            qPrintable(QString("%1 m, expected %2 m").arg(ruler.getDistance()).arg(expected)));
+        ruler.setDistanceUnit(&ConvertedUnit::feet());
+        QCOMPARE(ruler.getLabel(), QString("%1 ft").arg(expected / 0.3048, 0, 'f', 2));
+
+        // The line stays on the same fan points when the view moves: its pixels move, its length not.
+        const double length = ruler.getDistance();
+        const QPointF before = ruler.pixelOf(fanAt(to));
+        magnifier->zoomIn();
+        QVERIFY((ruler.pixelOf(fanAt(to)) - before).manhattanLength() > 1.0);
+        QCOMPARE(ruler.getDistance(), length);
+
+        // A right click clears; a click without a drag measures nothing.
+        QTest::mouseClick(&ruler, Qt::RightButton, {}, from);
+        QVERIFY(!ruler.hasMeasurement());
+        QTest::mouseClick(&ruler, Qt::LeftButton, {}, from);
+        QVERIFY(!ruler.hasMeasurement());
+        magnifier->setParent(nullptr);
     }
 
     void unitConversion_data()
@@ -274,9 +349,15 @@ private slots:
         QTest::newRow("record and replay")
             << QStringList { "viewer", "--record", "a.nrec", "--replay", "b.nrec", "--speed", "0.5" } << true
             << -1 << 0 << true;
+        QTest::newRow("file, frame, magnifier and measurement")
+            << QStringList { "viewer", "fish.aris", "--frame", "3", "--magnify", "8", "--magnify-at", "0,0.5",
+                   "--measure", "0,0.4,0.02,0.41" }
+            << true << -1 << 0 << true;
         for (const QStringList& refused :
             { QStringList { "--palette", "8" }, { "--beams", "300" }, { "--size", "100x100" }, { "--bogus" },
-                { "--replay", "b.nrec", "--speed", "0" }, { "--replay", "" } })
+                { "--replay", "b.nrec", "--speed", "0" }, { "--replay", "" }, { "a.aris", "b.aris" },
+                { "a.aris", "--replay", "b.aris" }, { "--frame", "2" }, { "a.aris", "--frame", "0" },
+                { "--magnify", "11" }, { "--measure", "1,2" }, { "--magnify-at", "x,1" } })
             QTest::newRow(qPrintable(refused.join(' ')))
                 << QStringList("viewer") + refused << false << -1 << 0 << true;
     }
@@ -292,6 +373,13 @@ private slots:
         QTEST(options.palette, "palette");
         QTEST(options.beamCount, "beams");
         QTEST(options.useSavedSettings, "savedSettings");
+        if (arguments.contains("fish.aris")) {
+            QCOMPARE(options.replayPath, QString("fish.aris"));
+            QCOMPARE(options.replayFrame, 2);
+            QCOMPARE(options.magnifierSteps, 7); // 8x
+            QCOMPARE(options.magnifierCentre, QPointF(0, 0.5));
+            QCOMPARE(options.measurement, QLineF(0, 0.4, 0.02, 0.41));
+        }
     }
 };
 
