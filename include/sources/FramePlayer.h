@@ -33,20 +33,24 @@ class TERNWICK_NEREON_SOURCES_EXPORT FramePlayer : public FrameSource
     Q_OBJECT
 
 public:
+    /// How closely frames leave at their recorded pace.
     struct TimingStatistics
     {
         std::int64_t frames = 0; ///< frames emitted while playing
         double meanLateness = 0.0; ///< microseconds after the frame's due time
-        double maximumLateness = 0.0;
+        double maximumLateness = 0.0; ///< microseconds, the latest frame
     };
 
+    /// A player with no file; its thread starts at once and waits.
     explicit FramePlayer(QObject* parent = nullptr);
     ~FramePlayer() override;
 
     /// Opens `path` on the player's thread; answers with opened() or openFailed(). Starts
     /// paused, unless play() is called before the file is open.
     void open(const QString& path);
+    /// Plays from the frame after the one shown (from the start after the end).
     void play();
+    /// Stops at the frame shown.
     void pause();
     /// Shows the next frame at once and pauses.
     void step();
@@ -56,15 +60,20 @@ public:
     void seekToFrame(int index);
     /// 1 is the recorded pace; clamped to 1/16 to 16.
     void setSpeed(double speed);
+    /// The replay speed; 1 is the recorded pace.
     double getSpeed() const;
+    /// Whether frames are being played at their pace.
     bool isPlaying() const;
+    /// Lateness of the frames played since the file was opened.
     TimingStatistics getTimingStatistics() const;
     SonarDescription getDescription() const override;
 
 signals:
     /// The file is open: `duration` microseconds from its first frame to its last.
     void opened(int frameCount, qint64 duration);
+    /// Not a single frame can be read from the file; `message` names the file and why.
     void openFailed(const QString& message);
+    /// Playing started or stopped.
     void playingChanged(bool playing);
     /// The last frame has been shown.
     void reachedEnd();

@@ -62,7 +62,9 @@ public:
      * be read from it.
      */
     bool open(std::unique_ptr<QIODevice> device, const QString& name);
+    /// Closes the file and forgets its frames and damage.
     void close();
+    /// Whether a file is open.
     bool isOpen() const;
 
     /// Frames that can be read: those before the first damage found so far.
@@ -96,6 +98,7 @@ public:
     bool hasDamage() const { return damageOffset >= 0; }
     /// Byte offset of the first byte that could not be used, or -1.
     std::int64_t getDamageOffset() const { return damageOffset; }
+    /// What is wrong at getDamageOffset(), or empty.
     QString getDamageDescription() const { return damageDescription; }
     /// "Stopped at byte N of FILE: why", or empty without damage.
     QString describeDamage() const;

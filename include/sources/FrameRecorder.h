@@ -30,15 +30,17 @@ class TERNWICK_NEREON_SOURCES_EXPORT FrameRecorder : public QObject
     Q_OBJECT
 
 public:
+    /// What has been recorded so far.
     struct Statistics
     {
-        std::int64_t framesWritten = 0;
+        std::int64_t framesWritten = 0; ///< whole frames in the file
         std::int64_t framesDropped = 0; ///< lost because the disk could not keep up
         std::int64_t bytesWritten = 0; ///< file size
         std::int64_t intensityBytes = 0; ///< before compression
         std::int64_t storedIntensityBytes = 0; ///< after compression
     };
 
+    /// A recorder that is not recording; its thread starts with start().
     explicit FrameRecorder(QObject* parent = nullptr);
     ~FrameRecorder() override;
 
@@ -46,9 +48,13 @@ public:
     bool start(const QString& path, int compressionLevel = 1);
     /// Writes what is queued, closes the file and stops the thread.
     void stop();
+    /// Whether frames handed to record() go to the file.
     bool isRecording() const;
+    /// The file being (or last) recorded to.
     QString getPath() const { return path; }
+    /// Why the file could not be made or written.
     QString getErrorString() const;
+    /// What has been written so far; callable from any thread.
     Statistics getStatistics() const;
 
     /// Queues `frame`, stamped with the time since start(). Callable from any thread.

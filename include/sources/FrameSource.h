@@ -25,6 +25,7 @@ class TERNWICK_NEREON_SOURCES_EXPORT FrameSource : public QObject
     Q_OBJECT
 
 public:
+    /// A source that has not produced anything yet.
     explicit FrameSource(QObject* parent = nullptr);
     ~FrameSource() override;
 

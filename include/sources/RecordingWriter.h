@@ -28,6 +28,7 @@ public:
     /// of what the slower levels achieve (bench/bench_recording.cpp).
     static constexpr int defaultCompressionLevel = 1;
 
+    /// A writer that compresses intensities at Zstandard level `compressionLevel`.
     explicit RecordingWriter(int compressionLevel = defaultCompressionLevel);
     ~RecordingWriter();
     RecordingWriter(const RecordingWriter&) = delete;
@@ -40,10 +41,14 @@ public:
     bool write(const Halcyra::Nereon::NereonImage& frame, std::int64_t timestamp);
     /// Asks the operating system to put what was written on the disk.
     bool sync();
+    /// Closes the file; every frame written stays readable.
     void close();
 
+    /// Whether a file is open for writing.
     bool isOpen() const { return file.isOpen(); }
+    /// Why the file could not be made or written.
     QString getErrorString() const { return errorString; }
+    /// Frames written so far.
     std::int64_t getFramesWritten() const { return framesWritten; }
     /// File size so far.
     std::int64_t getBytesWritten() const { return bytesWritten; }

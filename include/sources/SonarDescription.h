@@ -20,9 +20,11 @@ struct TERNWICK_NEREON_SOURCES_EXPORT SonarDescription
     QString format;
     /// The sonar's model, e.g. "ARIS 1200"; empty when the source does not say.
     QString model;
+    /// The sonar's serial number; empty when the source does not say.
     QString serialNumber;
     /// Centre frequency of the transmit in hertz.
     double frequency = std::numeric_limits<double>::quiet_NaN();
+    /// Beams of a frame: the image's width.
     int beamCount = 0;
     /// Samples along each beam as recorded (without the rows a window start adds).
     int samplesPerBeam = 0;
@@ -34,8 +36,9 @@ struct TERNWICK_NEREON_SOURCES_EXPORT SonarDescription
     double soundSpeed = std::numeric_limits<double>::quiet_NaN();
     /// Frames per second as recorded.
     double frameRate = std::numeric_limits<double>::quiet_NaN();
-    /// Bearings of the outermost beams in degrees, positive to the right.
+    /// Bearing of the left-most beam in degrees, positive to the right of the sonar's axis.
     double leftmostBearing = std::numeric_limits<double>::quiet_NaN();
+    /// Bearing of the right-most beam in degrees.
     double rightmostBearing = std::numeric_limits<double>::quiet_NaN();
     /// Time of the first frame, microseconds since 1970-01-01 UTC; 0 when unknown.
     std::int64_t startTime = 0;

@@ -25,6 +25,7 @@ namespace Halcyra::Nereon::Sources {
  */
 struct TERNWICK_NEREON_SOURCES_EXPORT SourceFrame
 {
+    /// The picture, ready for FanDisplay::newImageReceived.
     Halcyra::Nereon::NereonImage image;
     /// Zero-based position of the frame in its source.
     int index = -1;
