@@ -81,6 +81,6 @@ pc_libdir=$(pkg-config --variable=libdir "$module")
 # shellcheck disable=SC2046,SC2086
 ${CXX:-c++} -std=c++17 ${NEREON_CONSUMER_FLAGS:-} -DNEREON_PACKAGE_VERSION="\"$pc_version\"" -DNEREON_EXPECTED_QT_MAJOR=$qt_major \
     "$consumer_dir/main.cpp" -o "$work/consumer-pkgconfig" \
-    $(pkg-config --cflags --libs "$module") -Wl,-rpath,"$pc_libdir" > "$work/pkgconfig.log" 2>&1 \
+    $(pkg-config --cflags --libs "$module" "ternwick-nereon-sources$suffix") -Wl,-rpath,"$pc_libdir" > "$work/pkgconfig.log" 2>&1 \
     || { cat "$work/pkgconfig.log" >&2; exit 1; }
 "$runner" "$work/consumer-pkgconfig"

@@ -1,11 +1,15 @@
-// An application built against the installed package: it shows one frame and
-// checks that the fan was drawn.
+// An application built against the installed package: it writes a recording and
+// reads it back through the frame-source library, shows a frame and checks that
+// the fan was drawn.
 #include <FanDisplay.h>
 #include <nereon/NereonImage.h>
+#include <sources/FrameReader.h>
+#include <sources/RecordingWriter.h>
 #include <units/AbstractUnit.h>
 
 #include <QApplication>
 #include <QImage>
+#include <QTemporaryDir>
 #include <QTimer>
 
 #include <cstdio>
@@ -53,8 +57,29 @@ int main(int argc, char* argv[])
     std::vector<std::int16_t> bearings(beams);
     for (int i = 0; i < beams; ++i)
         bearings[i] = static_cast<std::int16_t>(-3000 + 6000 * i / (beams - 1));
-    const Halcyra::Nereon::NereonImage frame(
+    const Halcyra::Nereon::NereonImage recorded(
         beams, lines, std::vector<std::uint8_t>(beams * lines, 255), bearings, 20.0, 1.0);
+
+    // Through a recording, as an application replaying files would get it.
+    using namespace Halcyra::Nereon::Sources;
+    QTemporaryDir folder;
+    const QString path = folder.filePath("consumer.nrec");
+    {
+        RecordingWriter writer;
+        if (!writer.open(path, 1700000000000) || !writer.write(recorded, 0) || !writer.write(recorded, 40000)) {
+            std::fprintf(stderr, "cannot write %s\n", qPrintable(path));
+            return 1;
+        }
+    }
+    QString error;
+    const std::unique_ptr<FrameReader> reader = FrameReader::create(path, &error);
+    SourceFrame read;
+    if (!reader || reader->getFrameCount() != 2 || !reader->readFrame(1, read)
+        || read.timestamp != 1700000000000LL * 1000 + 40000) {
+        std::fprintf(stderr, "cannot read the recording back: %s\n", qPrintable(error));
+        return 1;
+    }
+    const Halcyra::Nereon::NereonImage frame = read.image;
 
     int result = 1;
     QTimer::singleShot(300, [&] { display.newImageReceived(frame); });
