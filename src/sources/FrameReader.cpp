@@ -1,5 +1,6 @@
 #include "sources/FrameReader.h"
 
+#include "sources/ArisReader.h"
 #include "sources/RecordingReader.h"
 
 #include <QFile>
@@ -18,6 +19,8 @@ FrameReader::Format FrameReader::detectFormat(const QByteArray& firstBytes)
 {
     if (RecordingReader::hasSignature(firstBytes))
         return Format::NereonRecording;
+    if (ArisReader::hasSignature(firstBytes))
+        return Format::Aris;
     return Format::Unknown;
 }
 
@@ -35,6 +38,7 @@ std::unique_ptr<FrameReader> FrameReader::create(Format format)
     case Format::NereonRecording:
         return std::make_unique<RecordingReader>();
     case Format::Aris:
+        return std::make_unique<ArisReader>();
     case Format::Unknown:
         break;
     }
