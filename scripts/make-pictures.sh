@@ -29,4 +29,12 @@ shoot --replay "$recording" --screenshot "$out/viewer-replay.png" --size 1280x80
 rm -f "$recording"
 shoot --screenshot "$out/colour-scale.png" --fan-only --colour-scale --auto-grid \
     --palette 6 --modifier 96 --clamp 0.02 --size 1100x560 --frames 20
+# A real ARIS recording, magnified 8 times where an echo crosses the fan, measured there.
+aris="$root/../shared/real-data/aris/sample.aris"
+if [ -f "$aris" ]; then
+    shoot "$aris" --frame 4 --palette 0 --magnify 8 --magnify-at -0.02,0.72 \
+        --measure -0.055,0.737,0.018,0.698 --screenshot "$out/viewer-aris.png" --size 1280x800
+else
+    echo "No $aris: the ARIS picture is left as it was" >&2
+fi
 echo "Pictures in $out"
