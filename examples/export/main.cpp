@@ -1,0 +1,250 @@
+// nereon-export: a sonar recording to a video or to PNG pictures, drawn as the
+// display draws it, without a screen.
+
+#include "DisplaySettingsStore.h"
+#include "FanDisplay.h"
+#include "export/ExportOptions.h"
+#include "export/RecordingExporter.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QSettings>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+#include <vector>
+
+using namespace Halcyra::Nereon::Export;
+
+namespace {
+
+enum ExitStatus
+{
+    Success = 0,
+    Failure = 1, ///< nothing was written
+    Usage = 2,
+    CutShort = 3, ///< written up to damage in the recording
+};
+
+struct CommandLine
+{
+    QString input;
+    QString output;
+    QString settingsFile;
+    ExportOptions options;
+    QString error;
+    bool help = false;
+};
+
+bool toNumber(const QString& text, double low, double high, double& value)
+{
+    bool ok = false;
+    const double v = text.toDouble(&ok);
+    if (!ok || !std::isfinite(v) || v < low || v > high)
+        return false;
+    value = v;
+    return true;
+}
+
+CommandLine parse(const QStringList& arguments)
+{
+    CommandLine line;
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        "Exports a sonar recording (the viewer's .nrec or an ARIS .aris) to a video (.mp4, .mov, .mkv, .avi)\n"
+        "or to PNG pictures, drawn exactly as the fan display draws it. Without a display it runs\n"
+        "itself under xvfb-run.");
+    parser.addPositionalArgument("INPUT", "The recording.");
+    parser.addPositionalArgument("OUTPUT", "The video, or the picture(s): NAME.png.");
+    const QCommandLineOption help = parser.addHelpOption();
+    const QCommandLineOption size("size", "Picture size (default 1280x720; even for a video).", "WxH");
+    const QCommandLineOption fps("fps", "Video frames per second (default 25).", "N");
+    const QCommandLineOption from("from", "Start T seconds after the recording's first frame.", "T");
+    const QCommandLineOption to("to", "End T seconds after the recording's first frame.", "T");
+    const QCommandLineOption settings(
+        "settings", "The look: the viewer's settings file (or an INI with its [display] and [viewer] groups).", "FILE");
+    const QCommandLineOption palette("palette", "Palette 0 to 7.", "N");
+    const QCommandLineOption modifier("modifier", "Modifier of the Fire and Aqua palettes, 0 to 255.", "N");
+    const QCommandLineOption despeckle("despeckle", "Despeckle level, 0 to 9.", "N");
+    const QCommandLineOption clamp("clamp", "Clamp level, 0 to 0.5.", "F");
+    const QCommandLineOption feet("feet", "Range labels in feet.");
+    const QCommandLineOption timestamp("timestamp", "Write the recorded time (UTC) into every picture.");
+    const QCommandLineOption frame("frame", "PNG: save frame N only (the first is 1).", "N");
+    const QCommandLineOption every("every", "PNG: save every N-th frame, as NAME-000001.png and so on.", "N");
+    parser.addOptions(
+        { size, fps, from, to, settings, palette, modifier, despeckle, clamp, feet, timestamp, frame, every });
+    if (!parser.parse(arguments)) {
+        line.error = parser.errorText();
+        return line;
+    }
+    if (parser.isSet(help)) {
+        line.help = true;
+        line.error = parser.helpText();
+        return line;
+    }
+    const QStringList files = parser.positionalArguments();
+    if (files.size() != 2) {
+        line.error = "give the recording and the output: nereon-export INPUT OUTPUT (see --help)";
+        return line;
+    }
+    line.input = files[0];
+    line.output = files[1];
+    ExportOptions& o = line.options;
+    double number = 0.0;
+    if (parser.isSet(size)) {
+        const QStringList parts = parser.value(size).split('x');
+        double w = 0, h = 0;
+        if (parts.size() != 2 || !toNumber(parts[0], 0, 1e6, w) || !toNumber(parts[1], 0, 1e6, h)
+            || w != std::floor(w) || h != std::floor(h)) {
+            line.error = "--size needs WIDTHxHEIGHT in pixels";
+            return line;
+        }
+        o.size = QSize(int(w), int(h));
+    }
+    if (parser.isSet(fps) && !toNumber(parser.value(fps), 1, 240, o.framesPerSecond))
+        line.error = "--fps needs 1 to 240";
+    if (parser.isSet(from) && !toNumber(parser.value(from), 0, 1e9, o.from))
+        line.error = "--from needs seconds from the start";
+    if (parser.isSet(to) && !toNumber(parser.value(to), 0, 1e9, o.to))
+        line.error = "--to needs seconds from the start";
+    if (parser.isSet(palette) && toNumber(parser.value(palette), 0, 7, number))
+        o.palette = int(number);
+    else if (parser.isSet(palette))
+        line.error = "--palette needs 0 to 7";
+    if (parser.isSet(modifier) && toNumber(parser.value(modifier), 0, 255, number))
+        o.paletteModifier = int(number);
+    else if (parser.isSet(modifier))
+        line.error = "--modifier needs 0 to 255";
+    if (parser.isSet(despeckle) && toNumber(parser.value(despeckle), 0, 9, number))
+        o.despeckleLevel = int(number);
+    else if (parser.isSet(despeckle))
+        line.error = "--despeckle needs 0 to 9";
+    if (parser.isSet(clamp) && !toNumber(parser.value(clamp), 0, 0.5, o.clampLevel))
+        line.error = "--clamp needs 0 to 0.5";
+    if (parser.isSet(frame) && toNumber(parser.value(frame), 1, 1e9, number))
+        o.stillFrame = int(number) - 1;
+    else if (parser.isSet(frame))
+        line.error = "--frame needs a frame number from 1";
+    if (parser.isSet(every) && toNumber(parser.value(every), 1, 1e9, number))
+        o.every = int(number);
+    else if (parser.isSet(every))
+        line.error = "--every needs a positive number";
+    o.feet = parser.isSet(feet);
+    o.timestampOverlay = parser.isSet(timestamp);
+    line.settingsFile = parser.value(settings);
+    return line;
+}
+
+QString formatDuration(double seconds)
+{
+    const int s = int(std::lround(std::max(0.0, seconds)));
+    return QString::asprintf("%d:%02d", s / 60, s % 60);
+}
+
+/// Without a display, runs this program again under xvfb-run; returns only if it cannot.
+void runUnderXvfbIfNeeded(int argc, char* argv[])
+{
+    if (std::getenv("DISPLAY") || std::getenv("WAYLAND_DISPLAY") || std::getenv("QT_QPA_PLATFORM")
+        || std::getenv("NEREON_EXPORT_UNDER_XVFB"))
+        return;
+    setenv("NEREON_EXPORT_UNDER_XVFB", "1", 1);
+    // Qt wants a private runtime folder; a session without a display may have none.
+    if (!std::getenv("XDG_RUNTIME_DIR")) {
+        static char folder[] = "/tmp/nereon-export-XXXXXX";
+        if (mkdtemp(folder))
+            setenv("XDG_RUNTIME_DIR", folder, 1);
+    }
+    std::vector<char*> command
+        = { const_cast<char*>("xvfb-run"), const_cast<char*>("-a"), const_cast<char*>("-s"),
+              const_cast<char*>("-screen 0 640x480x24"), argv[0] };
+    for (int i = 1; i < argc; ++i)
+        command.push_back(argv[i]);
+    command.push_back(nullptr);
+    execvp("xvfb-run", command.data());
+    // Not installed: Qt says below that it has no display.
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    {
+        // Help and mistakes need no display.
+        const QCoreApplication console(argc, argv);
+        const CommandLine line = parse(QCoreApplication::arguments());
+        if (line.help) {
+            std::printf("%s", qPrintable(line.error));
+            return Success;
+        }
+        if (!line.error.isEmpty()) {
+            std::fprintf(stderr, "nereon-export: %s\n", qPrintable(line.error));
+            return Usage;
+        }
+    }
+    runUnderXvfbIfNeeded(argc, argv);
+    QApplication application(argc, argv);
+    CommandLine line = parse(QCoreApplication::arguments());
+    if (!line.settingsFile.isEmpty()) {
+        if (!QFileInfo(line.settingsFile).isReadable()) {
+            std::fprintf(stderr, "nereon-export: cannot read %s\n", qPrintable(line.settingsFile));
+            return Usage;
+        }
+        QSettings settings(line.settingsFile, QSettings::IniFormat);
+        const Halcyra::Nereon::Visualisation::FanDisplay defaults;
+        settings.beginGroup("display");
+        line.options.look = DisplaySettingsStore::read(settings, defaults.getCurrentDisplaySettings());
+        settings.endGroup();
+        settings.beginGroup("viewer");
+        if (line.options.despeckleLevel < 0 && settings.contains("despeckleLevel"))
+            line.options.despeckleLevel = settings.value("despeckleLevel").toInt();
+        if (line.options.clampLevel < 0.0 && settings.contains("clampLevel"))
+            line.options.clampLevel = settings.value("clampLevel").toDouble();
+        settings.endGroup();
+    }
+
+    RecordingExporter exporter;
+    if (!exporter.start(line.input, line.output, line.options)) {
+        std::fprintf(stderr, "nereon-export: %s\n", qPrintable(exporter.getErrorString()));
+        return Failure;
+    }
+    // A progress line on a terminal only; scripts and logs get nothing but errors.
+    const bool terminal = isatty(fileno(stderr));
+    QElapsedTimer clock;
+    clock.start();
+    qint64 lastShown = -1000;
+    while (exporter.step()) {
+        if (!terminal || (clock.elapsed() - lastShown < 200 && exporter.getDone() < exporter.getTotal()))
+            continue;
+        lastShown = clock.elapsed();
+        const double seconds = double(clock.elapsed()) / 1000.0;
+        const double rate = seconds > 0 ? exporter.getDone() / seconds : 0.0;
+        const int left = exporter.getTotal() - exporter.getDone();
+        std::fprintf(stderr, "\r%d/%d frames  %3d %%  %.1f frames/s  %s left ", exporter.getDone(),
+            exporter.getTotal(), int(100 * exporter.getDone() / std::max(1, exporter.getTotal())), rate,
+            qPrintable(formatDuration(rate > 0 ? left / rate : 0)));
+        std::fflush(stderr);
+    }
+    if (terminal)
+        std::fprintf(stderr, "\n");
+    if (!exporter.isFinished()) {
+        std::fprintf(stderr, "nereon-export: %s\n", qPrintable(exporter.getErrorString()));
+        return Failure;
+    }
+    if (!exporter.getWarning().isEmpty()) {
+        std::fprintf(stderr, "nereon-export: exported up to the damage: %s\n", qPrintable(exporter.getWarning()));
+        return CutShort;
+    }
+    if (terminal) {
+        const RecordingExporter::Timing t = exporter.getTiming();
+        std::fprintf(stderr, "Wrote %s: %d %s in %.1f s (%s; reading %.0f ms, drawing %.0f ms, colours %.0f ms, encoding %.0f ms)\n",
+            qPrintable(line.output), exporter.getDone(), exporter.getDone() == 1 ? "picture" : "pictures",
+            double(clock.elapsed()) / 1000.0,
+            qPrintable(exporter.getCodecName().isEmpty() ? QStringLiteral("PNG") : exporter.getCodecName()),
+            t.reading, t.drawing, t.conversion, t.encoding);
+    }
+    return Success;
+}
