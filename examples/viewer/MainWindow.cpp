@@ -3,6 +3,9 @@
 #include "ConvertedUnit.h"
 #include "DisplaySettingsStore.h"
 #include "MagnifierRuler.h"
+#ifdef NEREON_HAVE_EXPORT
+#include "ExportDialog.h"
+#endif
 #include "RecordingPanel.h"
 #include "SimulatedSonar.h"
 
@@ -681,6 +684,11 @@ void MainWindow::createMenus()
     connect(recordingPanel, &RecordingPanel::recordingChanged, recordAction, &QAction::setChecked);
     QAction* live = file->addAction(tr("Back to &live"));
     connect(live, &QAction::triggered, recordingPanel, &RecordingPanel::returnToLive);
+#ifdef NEREON_HAVE_EXPORT
+    QAction* exportVideo = file->addAction(tr("&Export video\u2026"));
+    exportVideo->setToolTip(tr("The recording being replayed, or one you choose, as a video with this look"));
+    connect(exportVideo, &QAction::triggered, this, &MainWindow::exportVideo);
+#endif
     file->addSeparator();
     QAction* screenshot = file->addAction(tr("Save &screenshot\u2026"));
     screenshot->setShortcut(QKeySequence(tr("Ctrl+Shift+S")));
@@ -800,6 +808,25 @@ void MainWindow::saveScreenshot(bool fanOnly)
         statusBar()->showMessage(tr("Saved %1").arg(QDir::toNativeSeparators(path)), 5000);
     else
         QMessageBox::warning(this, tr("Save screenshot"), tr("Could not save %1.").arg(path));
+}
+
+void MainWindow::exportVideo()
+{
+#ifdef NEREON_HAVE_EXPORT
+    if (!exportDialog) {
+        exportDialog = new ExportDialog(this);
+        connect(exportDialog, &ExportDialog::finished, this,
+            [this](bool, const QString& message) { statusBar()->showMessage(message, 10000); });
+    }
+    // The look of the display as it is now, at its size (even, as video needs).
+    Halcyra::Nereon::Export::ExportOptions look;
+    look.size = QSize(display->width() & ~1, display->height() & ~1);
+    look.look = display->getCurrentDisplaySettings();
+    look.despeckleLevel = despeckleBox->value();
+    look.clampLevel = clampBox->value();
+    look.feet = distanceUnitBox->currentIndex() == 1;
+    exportDialog->exportRecording(recordingPanel->isReplaying() ? recordingPanel->getReplayPath() : QString(), look);
+#endif
 }
 
 void MainWindow::applyMagnifierOptions()

@@ -15,6 +15,7 @@ class QDockWidget;
 class QDoubleSpinBox;
 class QLabel;
 class MagnifierRuler;
+class ExportDialog;
 class QPushButton;
 class RecordingPanel;
 class QSlider;
@@ -79,6 +80,8 @@ private:
     void replayStopped(qint64 damageOffset, const QString& description);
     void replayFailed(const QString& message);
     void saveScreenshot(bool fanOnly);
+    /// File > Export video: the recording being replayed, or one to choose, with the display's look.
+    void exportVideo();
     /// The magnifier's zoom, centre and measurement from the command line, once it has its size.
     void applyMagnifierOptions();
 
@@ -86,6 +89,7 @@ private:
     Halcyra::Nereon::Visualisation::ZoomDisplay* magnifier = nullptr;
     MagnifierRuler* ruler = nullptr;
     bool magnifierOptionsApplied = false;
+    ExportDialog* exportDialog = nullptr;
 
     QThread sonarThread;
     SimulatedSonar* sonar = nullptr;

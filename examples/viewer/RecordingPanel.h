@@ -49,6 +49,8 @@ public:
     Halcyra::Nereon::Sources::SonarDescription getDescription() const { return description; }
     /// File name of the recording being replayed.
     QString getReplayName() const;
+    /// Path of the recording being replayed.
+    QString getReplayPath() const { return replayPath; }
     /// Asks for a file to replay.
     void chooseRecording();
     /// Ends the replay; the viewer goes back to its live source.
