@@ -15,8 +15,9 @@ struct ExportOptions
     QSize size = QSize(1280, 720);
     /// Video frames per second, whatever the recording's own rate.
     double framesPerSecond = 25.0;
-    /// The part of the recording to export, in seconds from its first frame; `to` < 0: to the end.
+    /// Start of the part to export, in seconds from the recording's first frame.
     double from = 0.0;
+    /// End of the part to export, in seconds from the first frame; negative: to the end.
     double to = -1.0;
     /// The display's look; unset: the display's defaults.
     std::optional<Visualisation::FanDisplayOptions::DisplaySettings> look;

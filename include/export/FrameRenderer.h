@@ -40,6 +40,7 @@ public:
 
     /// Whether pictures can be drawn; getErrorString() says why not.
     bool isValid() const;
+    /// Why pictures cannot be drawn.
     QString getErrorString() const;
 
     /// The largest width or height this machine's GL draws; 0 when no GL context can be made.

@@ -61,14 +61,17 @@ public:
     /// Stops the export; what it wrote so far is removed.
     void cancel();
 
-    /// Pictures done and to do.
+    /// Pictures written so far.
     int getDone() const { return done; }
+    /// Pictures to write in all (fewer when damage cuts the recording short).
     int getTotal() const { return total; }
+    /// Why start() or step() failed.
     QString getErrorString() const { return errorString; }
     /// Set when the recording is damaged: "Stopped at byte N of FILE: why".
     QString getWarning() const;
     /// The codec of a video export, e.g. "libx264".
     QString getCodecName() const;
+    /// Where the time went so far.
     Timing getTiming() const;
 
     /// The text written by the time-stamp overlay for a time in µs since 1970.

@@ -46,8 +46,9 @@ public:
     int getFrameCount() const;
     /// Why the last call failed.
     QString getErrorString() const;
-    /// Milliseconds spent converting colours (RGB to YUV) and encoding, so far.
+    /// Milliseconds spent converting colours (RGB to YUV) so far.
     double getConversionMilliseconds() const;
+    /// Milliseconds spent encoding and writing so far.
     double getEncodingMilliseconds() const;
 
 private:
