@@ -145,7 +145,7 @@ void MagnifierRuler::mousePressEvent(QMouseEvent* event)
     }
     if (event->button() != Qt::LeftButton)
         return;
-    start = end = fanPoint(event->localPos());
+    start = end = fanPoint(QPointF(event->pos()));
     measured = true;
     dragging = true;
     update();
@@ -155,7 +155,7 @@ void MagnifierRuler::mouseMoveEvent(QMouseEvent* event)
 {
     if (!dragging)
         return;
-    end = fanPoint(event->localPos());
+    end = fanPoint(QPointF(event->pos()));
     update();
 }
 
@@ -164,7 +164,7 @@ void MagnifierRuler::mouseReleaseEvent(QMouseEvent* event)
     if (!dragging || event->button() != Qt::LeftButton)
         return;
     dragging = false;
-    end = fanPoint(event->localPos());
+    end = fanPoint(QPointF(event->pos()));
     // A click without a drag measures nothing.
     if (start == end)
         measured = false;
