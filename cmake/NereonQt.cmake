@@ -29,7 +29,7 @@ else()
 endif()
 
 find_package(${NEREON_QT} ${NEREON_QT_MINIMUM_VERSION} REQUIRED
-    COMPONENTS Core Gui Widgets Svg ${nereon_qt_gl_components})
+    COMPONENTS Core Gui Widgets Svg Network ${nereon_qt_gl_components})
 string(REPLACE ";" " " nereon_qt_gl_components_text "${nereon_qt_gl_components}")
 set(NEREON_QT_GL_LIBRARIES "")
 foreach(component ${nereon_qt_gl_components})
