@@ -76,6 +76,11 @@ bool FakeArisSonar::start(const Options& newOptions, QString* error)
     frameTimer->setTimerType(Qt::PreciseTimer);
     frameTimer->setInterval(int(std::lround(1000.0 / frameRate)));
     connect(frameTimer, &QTimer::timeout, this, &FakeArisSonar::sendFrame);
+    // Parts leave at about 100 Mbit/s, as a sonar's Ethernet sends them, not in one burst.
+    pacer = new QTimer(this);
+    pacer->setTimerType(Qt::PreciseTimer);
+    pacer->setInterval(1);
+    connect(pacer, &QTimer::timeout, this, &FakeArisSonar::sendQueued);
     QTimer::singleShot(0, this, &FakeArisSonar::sendBeacon);
     return true;
 }
@@ -174,6 +179,8 @@ void FakeArisSonar::sendFrame()
 {
     if (fault == Fault::Silent || !client)
         return;
+    // A frame not yet sent whole is cut short by the next, as on a slow link.
+    queued.clear();
     const int fileFrame = framesSent % frameCount;
     const qint64 sampleCount = qint64(beams) * samplesPerBeam;
     QFile file(options.file);
@@ -209,8 +216,19 @@ void FakeArisSonar::sendFrame()
         const std::string bytes = part.SerializeAsString();
         parts.emplace_back(bytes.data(), int(bytes.size()));
     }
-    if (fault == Fault::ReverseParts)
+    if (fault != Fault::ReverseParts)
         std::reverse(parts.begin(), parts.end());
-    for (const QByteArray& part : parts)
-        sendPart(part);
+    queued = std::move(parts);
+    sendQueued();
+    pacer->start();
+}
+
+void FakeArisSonar::sendQueued()
+{
+    for (int i = 0; i < 8 && !queued.empty(); ++i) {
+        sendPart(queued.back());
+        queued.pop_back();
+    }
+    if (queued.empty())
+        pacer->stop();
 }

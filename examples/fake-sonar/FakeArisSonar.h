@@ -71,6 +71,7 @@ private:
     void readCommands();
     void sendFrame();
     void sendPart(const QByteArray& part);
+    void sendQueued();
 
     Options options;
     QTcpServer* server = nullptr;
@@ -78,6 +79,8 @@ private:
     QUdpSocket* udp = nullptr;
     QTimer* beaconTimer = nullptr;
     QTimer* frameTimer = nullptr;
+    QTimer* pacer = nullptr;
+    std::vector<QByteArray> queued; ///< parts of the frame being sent, last first
     QByteArray pending;
     QHostAddress receiver;
     std::uint16_t receiverPort = 0;

@@ -66,7 +66,7 @@ ArisFramePartAssembler::Result ArisFramePartAssembler::add(const QByteArray& dat
     if (index > frameIndex) {
         // The sonar sends no lost part again: a newer frame means the older one is lost.
         if (frameIndex != 0)
-            dropFrame(result, QStringLiteral("frame incomplete when the next began (parts lost)"));
+            result.abandoned = dropFrame(result, QStringLiteral("frame incomplete when the next began (parts lost)")).reason;
         frameIndex = index;
         totalSize = part.total_data_size();
         samples.assign(std::size_t(totalSize), 0);

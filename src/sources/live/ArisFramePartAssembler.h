@@ -40,6 +40,7 @@ public:
     {
         Outcome outcome = Outcome::Pending;
         QString reason; ///< why, when dropped
+        QString abandoned; ///< why the frame before was dropped, when this part began a new one
         SourceFrame frame; ///< when a frame was completed
         int frameIndex = 0; ///< of the part
         int nextOffset = 0; ///< for an acknowledgement: the first byte of the frame not yet received

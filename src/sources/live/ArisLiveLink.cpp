@@ -114,10 +114,11 @@ void ArisLiveLink::start(const QString& sonar, const ArisLiveSettings& newSettin
     beacons = new QUdpSocket(this);
     if (beacons->bind(QHostAddress::AnyIPv4, settings.beaconPort, QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint))
         connect(beacons, &QUdpSocket::readyRead, this, &ArisLiveLink::readBeacons);
-    address = QHostAddress(target);
+    // A plain number is a serial number (QHostAddress would read it as an IPv4 address).
+    bool isNumber = false;
+    target.toUInt(&isNumber);
+    address = isNumber ? QHostAddress() : QHostAddress(target);
     if (address.isNull()) {
-        bool isNumber = false;
-        target.toUInt(&isNumber);
         if (!isNumber) {
             setState(ArisLiveSource::LinkState::Lost, tr("%1 is neither a serial number nor an address").arg(target));
             running = false;
@@ -202,6 +203,8 @@ void ArisLiveLink::connected()
         linkLost(tr("cannot receive frames on UDP port %1: %2").arg(settings.framePort).arg(frames->errorString()));
         return;
     }
+    // A frame arrives as a burst of parts: room for several in the socket's buffer.
+    frames->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 8 << 20);
     connect(frames, &QUdpSocket::readyRead, this, &ArisLiveLink::readFrameParts);
     assembler.reset();
     sendStartSequence();
@@ -318,6 +321,8 @@ void ArisLiveLink::readFrameParts()
             const std::string bytes = ack.SerializeAsString();
             frames->writeDatagram(bytes.data(), qint64(bytes.size()), datagram.senderAddress(), quint16(result.ackPort));
         }
+        if (!result.abandoned.isEmpty())
+            report(result.abandoned);
         if (result.outcome == ArisFramePartAssembler::Outcome::Dropped) {
             report(result.reason);
             continue;
