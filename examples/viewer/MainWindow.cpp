@@ -6,6 +6,10 @@
 #ifdef NEREON_HAVE_EXPORT
 #include "ExportDialog.h"
 #endif
+#ifdef NEREON_HAVE_LIVE
+#include "ConnectDialog.h"
+#include "sources/ArisLiveSource.h"
+#endif
 #include "RecordingPanel.h"
 #include "SimulatedSonar.h"
 
@@ -139,6 +143,10 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
 
     startSonar();
     startCommandLineRecording();
+#ifdef NEREON_HAVE_LIVE
+    if (!options.sonar.isEmpty())
+        connectToSonar(options.sonar, Halcyra::Nereon::Sources::ArisLiveSettings());
+#endif
 
     if (!options.screenshotPath.isEmpty() && options.replayPath.isEmpty()) {
         // Should the frames never come, still leave a picture and fail.
@@ -617,8 +625,8 @@ void MainWindow::startSonar()
     connect(sonar, &SimulatedSonar::newImage, this, [this](const NereonImage& image) {
         if (sonar)
             sonar->frameDelivered();
-        // Frames still on their way when a replay began are not shown.
-        if (recordingPanel->isReplaying())
+        // Frames still on their way when a replay or a live sonar began are not shown.
+        if (recordingPanel->isReplaying() || liveActive)
             return;
         display->newImageReceived(image);
         frameReceived(image);
@@ -684,6 +692,18 @@ void MainWindow::createMenus()
     connect(recordingPanel, &RecordingPanel::recordingChanged, recordAction, &QAction::setChecked);
     QAction* live = file->addAction(tr("Back to &live"));
     connect(live, &QAction::triggered, recordingPanel, &RecordingPanel::returnToLive);
+#ifdef NEREON_HAVE_LIVE
+    QAction* connectSonar = file->addAction(tr("&Connect to sonar\u2026"));
+    connectSonar->setToolTip(tr("Show a live ARIS sonar on the network"));
+    connect(connectSonar, &QAction::triggered, this, [this] {
+        ConnectDialog dialog(this);
+        if (dialog.exec() == QDialog::Accepted)
+            connectToSonar(dialog.getTarget(), dialog.getSettings());
+    });
+    QAction* disconnectAction = file->addAction(tr("&Disconnect sonar"));
+    connect(disconnectAction, &QAction::triggered, this, &MainWindow::disconnectSonar);
+    file->addSeparator();
+#endif
 #ifdef NEREON_HAVE_EXPORT
     QAction* exportVideo = file->addAction(tr("&Export video\u2026"));
     exportVideo->setToolTip(tr("The recording being replayed, or one you choose, as a video with this look"));
@@ -758,6 +778,9 @@ void MainWindow::frameReceived(const NereonImage& image)
 
 void MainWindow::useReplay(bool replay)
 {
+    // A replay takes the place of a live sonar.
+    if (replay)
+        disconnectSonar();
     // The simulated sonar rests while a recording plays.
     sonarDock->setEnabled(!replay);
     pingingBox->setChecked(!replay);
@@ -808,6 +831,90 @@ void MainWindow::saveScreenshot(bool fanOnly)
         statusBar()->showMessage(tr("Saved %1").arg(QDir::toNativeSeparators(path)), 5000);
     else
         QMessageBox::warning(this, tr("Save screenshot"), tr("Could not save %1.").arg(path));
+}
+
+void MainWindow::connectToSonar(const QString& target, const Halcyra::Nereon::Sources::ArisLiveSettings& given)
+{
+#ifdef NEREON_HAVE_LIVE
+    using Halcyra::Nereon::Sources::ArisLiveSource;
+    Halcyra::Nereon::Sources::ArisLiveSettings settings = given;
+    QString sonar = target;
+    // ADDRESS:PORT for a sonar (or a fake one) on another command port.
+    if (target.count(':') == 1) {
+        bool ok = false;
+        const int port = target.section(':', 1).toInt(&ok);
+        if (ok && port > 0 && port < 65536) {
+            settings.commandPort = std::uint16_t(port);
+            sonar = target.section(':', 0, 0);
+        }
+    }
+    if (!liveSonar) {
+        liveSonar = new ArisLiveSource(this);
+        connect(liveSonar, &ArisLiveSource::imageReady, this, [this](const NereonImage& image) {
+            if (!liveActive || recordingPanel->isReplaying())
+                return;
+            display->newImageReceived(image);
+            frameReceived(image);
+        });
+        connect(liveSonar, &ArisLiveSource::linkStateChanged, this,
+            [this](ArisLiveSource::LinkState, const QString& message) {
+                liveMessage = message;
+                showLink();
+                if (!options.screenshotPath.isEmpty())
+                    std::fprintf(stderr, "%s\n", qPrintable(message));
+            });
+        connect(liveSonar, &ArisLiveSource::problem, this,
+            [this](const QString& message) { statusBar()->showMessage(message, 10000); });
+        linkLabel = new QLabel;
+        linkLabel->setObjectName("linkLabel");
+        statusBar()->addPermanentWidget(linkLabel);
+        linkTimer = new QTimer(this);
+        linkTimer->setInterval(1000);
+        connect(linkTimer, &QTimer::timeout, this, &MainWindow::showLink);
+    }
+    if (recordingPanel->isReplaying())
+        recordingPanel->returnToLive();
+    liveActive = true;
+    sonarDock->setEnabled(false);
+    pingingBox->setChecked(false);
+    liveMessage = tr("Connecting to %1").arg(target);
+    linkLabel->show();
+    linkTimer->start();
+    showLink();
+    liveSonar->connectToSonar(sonar, settings);
+#else
+    Q_UNUSED(target)
+    Q_UNUSED(given)
+#endif
+}
+
+void MainWindow::disconnectSonar()
+{
+#ifdef NEREON_HAVE_LIVE
+    if (!liveActive)
+        return;
+    liveActive = false;
+    liveSonar->disconnectFromSonar();
+    linkTimer->stop();
+    linkLabel->hide();
+    sonarDock->setEnabled(true);
+    pingingBox->setChecked(true);
+#endif
+}
+
+void MainWindow::showLink()
+{
+#ifdef NEREON_HAVE_LIVE
+    if (!liveSonar || !liveActive)
+        return;
+    const auto statistics = liveSonar->getStatistics();
+    QString text = liveMessage;
+    if (liveSonar->getLinkState() == Halcyra::Nereon::Sources::ArisLiveSource::LinkState::Receiving)
+        text += tr(": %1 frames/s").arg(statistics.frameRate, 0, 'f', 1);
+    if (statistics.droppedFrames > 0)
+        text += tr(", %n frame(s) dropped", nullptr, int(statistics.droppedFrames));
+    linkLabel->setText(text);
+#endif
 }
 
 void MainWindow::exportVideo()

@@ -16,6 +16,12 @@ class QDoubleSpinBox;
 class QLabel;
 class MagnifierRuler;
 class ExportDialog;
+class QTimer;
+
+namespace Halcyra::Nereon::Sources {
+class ArisLiveSource;
+struct ArisLiveSettings;
+} // namespace Halcyra::Nereon::Sources
 class QPushButton;
 class RecordingPanel;
 class QSlider;
@@ -80,6 +86,11 @@ private:
     void replayStopped(qint64 damageOffset, const QString& description);
     void replayFailed(const QString& message);
     void saveScreenshot(bool fanOnly);
+    /// Shows the live ARIS sonar `target` (serial number, or address with an optional :port).
+    void connectToSonar(const QString& target, const Halcyra::Nereon::Sources::ArisLiveSettings& settings);
+    /// Back to the simulated sonar.
+    void disconnectSonar();
+    void showLink();
     /// File > Export video: the recording being replayed, or one to choose, with the display's look.
     void exportVideo();
     /// The magnifier's zoom, centre and measurement from the command line, once it has its size.
@@ -90,6 +101,11 @@ private:
     MagnifierRuler* ruler = nullptr;
     bool magnifierOptionsApplied = false;
     ExportDialog* exportDialog = nullptr;
+    Halcyra::Nereon::Sources::ArisLiveSource* liveSonar = nullptr;
+    bool liveActive = false;
+    QString liveMessage;
+    QLabel* linkLabel = nullptr;
+    QTimer* linkTimer = nullptr;
 
     QThread sonarThread;
     SimulatedSonar* sonar = nullptr;

@@ -68,8 +68,12 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
     const QCommandLineOption measure("measure",
         "Measure a distance on the magnifier from x1,y1 to x2,y2 (fan points, as --magnify-at).",
         "x1,y1,x2,y2");
+    const QCommandLineOption sonar("sonar",
+        "Show the live ARIS sonar with serial number <sonar>, or at the address <sonar> (with :port when it is not "
+        "56888).",
+        "sonar");
     parser.addOptions({ screenshot, frames, palette, modifier, beams, despeckle, clamp, zoom, feet, fresh,
-        size, fanOnly, colourScale, autoGrid, record, replay, speed, frame, magnify, magnifyAt, measure });
+        size, fanOnly, colourScale, autoGrid, record, replay, speed, frame, magnify, magnifyAt, measure, sonar });
 
     if (!parser.parse(arguments)) {
         options.error = parser.errorText();
@@ -164,6 +168,11 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
             return fail("give the recording either as FILE or with --replay, not both");
         options.replayPath = files.first();
     }
+    options.sonar = parser.value(sonar).trimmed();
+    if (parser.isSet(sonar) && options.sonar.isEmpty())
+        return fail("--sonar needs a serial number or an address");
+    if (!options.sonar.isEmpty() && !options.replayPath.isEmpty())
+        return fail("show either a live sonar or a recording, not both");
     if (options.replayFrame >= 0 && options.replayPath.isEmpty())
         return fail("--frame needs a recording to replay");
     if (parser.isSet(record) && options.recordPath.isEmpty())

@@ -25,6 +25,7 @@ struct ViewerOptions
     QSize windowSize;
     QString recordPath; ///< record the frames received to this file
     QString replayPath; ///< replay this recording instead of the simulated sonar
+    QString sonar; ///< a live ARIS sonar: serial number, or address with an optional :port
     double replaySpeed = 1.0;
     int replayFrame = -1; ///< show this frame (zero-based) of the replay, paused; -1 plays from the start
     int magnifierSteps = 0; ///< zoom the magnifier in this many steps from 4x (0 to 9)

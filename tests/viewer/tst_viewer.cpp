@@ -349,6 +349,8 @@ private slots:
         QTest::newRow("record and replay")
             << QStringList { "viewer", "--record", "a.nrec", "--replay", "b.nrec", "--speed", "0.5" } << true
             << -1 << 0 << true;
+        QTest::newRow("live sonar") << QStringList { "viewer", "--sonar", "127.0.0.1:56900" } << true << -1 << 0
+                                    << true;
         QTest::newRow("file, frame, magnifier and measurement")
             << QStringList { "viewer", "fish.aris", "--frame", "3", "--magnify", "8", "--magnify-at", "0,0.5",
                    "--measure", "0,0.4,0.02,0.41" }
@@ -357,7 +359,8 @@ private slots:
             { QStringList { "--palette", "8" }, { "--beams", "300" }, { "--size", "100x100" }, { "--bogus" },
                 { "--replay", "b.nrec", "--speed", "0" }, { "--replay", "" }, { "a.aris", "b.aris" },
                 { "a.aris", "--replay", "b.aris" }, { "--frame", "2" }, { "a.aris", "--frame", "0" },
-                { "--magnify", "11" }, { "--measure", "1,2" }, { "--magnify-at", "x,1" } })
+                { "--magnify", "11" }, { "--measure", "1,2" }, { "--magnify-at", "x,1" },
+                { "--sonar", "1098", "--replay", "b.nrec" }, { "--sonar", " " } })
             QTest::newRow(qPrintable(refused.join(' ')))
                 << QStringList("viewer") + refused << false << -1 << 0 << true;
     }
