@@ -57,6 +57,11 @@ public:
         std::int64_t droppedParts = 0; ///< parts that belonged to no frame that could be made
         double frameRate = 0.0; ///< frames a second over the last few seconds
         int reconnections = 0;
+        /// Microseconds from reading a frame's last part to the frame leaving the source
+        /// (assembly, sample order, decoding), median and 99th percentile of the last 1000.
+        double latencyMedian = 0.0;
+        /// See latencyMedian.
+        double latency99 = 0.0;
         std::map<QString, std::int64_t> dropsByReason; ///< dropped frames and parts by why
     };
 

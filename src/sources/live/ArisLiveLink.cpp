@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 namespace Halcyra::Nereon::Sources {
 
@@ -50,7 +51,14 @@ ArisLiveSource::LinkState ArisLiveLink::getState() const
 ArisLiveSource::Statistics ArisLiveLink::getStatistics() const
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    return statistics;
+    ArisLiveSource::Statistics copy = statistics;
+    if (!latencies.empty()) {
+        std::vector<double> sorted(latencies.begin(), latencies.end());
+        std::sort(sorted.begin(), sorted.end());
+        copy.latencyMedian = sorted[sorted.size() / 2];
+        copy.latency99 = sorted[std::min(sorted.size() - 1, sorted.size() * 99 / 100)];
+    }
+    return copy;
 }
 
 SonarDescription ArisLiveLink::getDescription() const
@@ -305,6 +313,8 @@ void ArisLiveLink::readFrameParts()
     while (frames && frames->hasPendingDatagrams()) {
         // Larger datagrams than any part a sonar sends are cut, then refused as unreadable.
         const QNetworkDatagram datagram = frames->receiveDatagram(65536);
+        QElapsedTimer latency;
+        latency.start();
         ArisFramePartAssembler::Result result = assembler.add(datagram.data());
         {
             const std::lock_guard<std::mutex> lock(mutex);
@@ -338,6 +348,9 @@ void ArisLiveLink::readFrameParts()
         SonarDescription sonar;
         {
             const std::lock_guard<std::mutex> lock(mutex);
+            latencies.push_back(double(latency.nsecsElapsed()) / 1e3);
+            if (latencies.size() > 1000)
+                latencies.pop_front();
             ++statistics.frames;
             if (frameTimes.size() > 1)
                 statistics.frameRate

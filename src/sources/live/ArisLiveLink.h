@@ -70,6 +70,7 @@ private:
     std::uint32_t cookie = 0;
     QElapsedTimer sinceFrame;
     std::deque<qint64> frameTimes; ///< ms, for the frame rate
+    std::deque<double> latencies; ///< microseconds, of the last frames
 
     mutable std::mutex mutex;
     ArisLiveSource::LinkState state = ArisLiveSource::LinkState::Idle;
