@@ -34,7 +34,12 @@ aris="$root/../shared/real-data/aris/sample.aris"
 if [ -f "$aris" ]; then
     shoot "$aris" --frame 4 --palette 0 --magnify 8 --magnify-at -0.02,0.72 \
         --measure -0.055,0.737,0.018,0.698 --screenshot "$out/viewer-aris.png" --size 1280x800
+    # The same file played by the fake sonar and shown live.
+    "$build_dir/examples/fake-sonar/nereon-fake-sonar" "$aris" --command-port 56977 --beacon-port 56978 > /dev/null &
+    fake=$!
+    shoot --sonar 127.0.0.1:56977 --frames 10 --screenshot "$out/viewer-live.png" --size 1280x800
+    kill "$fake"
 else
-    echo "No $aris: the ARIS picture is left as it was" >&2
+    echo "No $aris: the ARIS pictures are left as they were" >&2
 fi
 echo "Pictures in $out"

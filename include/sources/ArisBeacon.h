@@ -14,6 +14,7 @@ namespace Halcyra::Nereon::Sources {
 /// What an ARIS sonar says of itself in the beacon it broadcasts about once a second.
 struct TERNWICK_NEREON_SOURCES_EXPORT ArisBeacon
 {
+    /// As labelled on the sonar's housing.
     std::uint32_t serialNumber = 0;
     /// 0 ARIS 1800, 1 ARIS 3000, 2 ARIS 1200.
     int systemType = 0;

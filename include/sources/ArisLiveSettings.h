@@ -31,9 +31,10 @@ struct TERNWICK_NEREON_SOURCES_EXPORT ArisLiveSettings
     double windowStart = 3.0; ///< metres
     double windowLength = 20.0; ///< metres
     double frameRate = 10.0; ///< frames a second
+    /// Samples along each beam over the window.
     int samplesPerBeam = 1000;
+    /// The sonar's high frequency (finer picture, shorter reach) or its low one.
     bool highFrequency = true;
-    bool telephoto = false;
     /// 48 / 96 / 64 / 128 beams: ping modes 1, 3, 6, 9; 0 picks the most the sonar has.
     int pingMode = 0;
     float receiverGain = 12.0f; ///< dB
@@ -44,10 +45,11 @@ struct TERNWICK_NEREON_SOURCES_EXPORT ArisLiveSettings
     /// Speed of sound used to turn the window into times, metres a second.
     double soundSpeed = 1480.0;
 
-    /// Ports: the sonar's command port, the port its beacons arrive at, and the local
-    /// port frames are received at (0: any free one).
+    /// The sonar's command port.
     std::uint16_t commandPort = 56888;
+    /// The port the sonars' beacons arrive at.
     std::uint16_t beaconPort = 56124;
+    /// The local port frames are received at; 0: any free one.
     std::uint16_t framePort = 0;
 };
 

@@ -56,7 +56,7 @@ public:
         std::int64_t droppedFrames = 0; ///< frames begun but not handed out
         std::int64_t droppedParts = 0; ///< parts that belonged to no frame that could be made
         double frameRate = 0.0; ///< frames a second over the last few seconds
-        int reconnections = 0;
+        int reconnections = 0; ///< links lost and made again
         /// Microseconds from reading a frame's last part to the frame leaving the source
         /// (assembly, sample order, decoding), median and 99th percentile of the last 1000.
         double latencyMedian = 0.0;
@@ -65,6 +65,7 @@ public:
         std::map<QString, std::int64_t> dropsByReason; ///< dropped frames and parts by why
     };
 
+    /// A source that is not connected; its thread starts at once and waits.
     explicit ArisLiveSource(QObject* parent = nullptr);
     ~ArisLiveSource() override;
 

@@ -25,6 +25,7 @@ class TERNWICK_NEREON_SOURCES_EXPORT ArisSonarList : public QObject
     Q_OBJECT
 
 public:
+    /// A list that hears nothing until listen() is called.
     explicit ArisSonarList(QObject* parent = nullptr);
     ~ArisSonarList() override;
 
