@@ -152,6 +152,17 @@ class TestExport : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase()
+    {
+        // A first context, so that the GL driver is loaded and kept (see keepGlDriverLoaded).
+        ExportOptions options;
+        options.size = QSize(64, 64);
+        FrameRenderer renderer(options);
+        QVERIFY2(renderer.isValid(), qPrintable(renderer.getErrorString()));
+        renderer.grab();
+        TestSupport::keepGlDriverLoaded();
+    }
+
     void videoKeepsTheRecordedPace()
     {
         QTemporaryDir folder;
