@@ -84,7 +84,7 @@ double ArisFrameHeader::getSampleSpacing() const
     return double(samplePeriod) * 1e-6 * double(soundSpeed) / 2.0;
 }
 
-QString ArisFrameHeader::getModel() const
+QString ArisFrameHeader::modelOf(std::uint32_t systemType)
 {
     switch (systemType) {
     case 0:

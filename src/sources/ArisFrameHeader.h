@@ -48,7 +48,9 @@ struct ArisFrameHeader
     /// Distance between two samples along a beam in metres.
     double getSampleSpacing() const;
     /// "ARIS 1200" and so on; empty for an unknown system type.
-    QString getModel() const;
+    QString getModel() const { return modelOf(systemType); }
+    /// The model of a system type as headers and beacons number them; empty if unknown.
+    static QString modelOf(std::uint32_t systemType);
     /// Centre frequency of the transmit in hertz; NaN for an unknown system type.
     double getFrequency() const;
 

@@ -1,5 +1,7 @@
 #include "sources/ArisBeacon.h"
 
+#include "ArisFrameHeader.h"
+
 #include "aris_availability.pb.h"
 
 namespace Halcyra::Nereon::Sources {
@@ -10,16 +12,8 @@ const int beaconMetaType = qRegisterMetaType<ArisBeacon>("Halcyra::Nereon::Sourc
 
 QString ArisBeacon::getModel() const
 {
-    switch (systemType) {
-    case 0:
-        return QStringLiteral("ARIS 1800");
-    case 1:
-        return QStringLiteral("ARIS 3000");
-    case 2:
-        return QStringLiteral("ARIS 1200");
-    default:
-        return QStringLiteral("ARIS (system type %1)").arg(systemType);
-    }
+    const QString model = ArisFrameHeader::modelOf(std::uint32_t(systemType));
+    return model.isEmpty() ? QStringLiteral("ARIS (system type %1)").arg(systemType) : model;
 }
 
 bool ArisBeacon::parse(const QByteArray& datagram, ArisBeacon& out)
