@@ -83,6 +83,8 @@ void FramePlayer::seek(std::int64_t timestamp)
         seekRequested = true;
         seekTimestamp = timestamp;
         stepsRequested = 0;
+        // The latest request wins: a frame asked for by number before it is forgotten.
+        frameRequested = -1;
     }
     wake.notify_all();
 }
