@@ -10,6 +10,7 @@
 #include "SonarScene.h"
 #include "ViewerOptions.h"
 
+#include "GlTestSupport.h"
 #include "SettingsText.h"
 
 #include <QApplication>
@@ -248,8 +249,7 @@ private slots:
         magnifier->setParent(&window);
         magnifier->setGeometry(0, 0, 300, 200);
         MagnifierRuler ruler(magnifier);
-        window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QVERIFY(TestSupport::showExposed(window));
         QCOMPARE(ruler.size(), magnifier->size());
         magnifier->zoomIn();
         magnifier->zoomIn();
