@@ -64,7 +64,7 @@ bool ArisFrameDecoder::decode(const ArisFrameHeader& header, const std::uint8_t*
 
     out.image = NereonImage(std::uint16_t(beams), std::uint16_t(height), std::move(intensities),
         std::move(bearings), double(height) * spacing, double(header.receiverGain));
-    out.timestamp = std::int64_t(header.frameTime);
+    out.timestamp = header.getTimestamp();
     out.windowStart = start;
     out.firstSampleRow = firstRow;
     return true;

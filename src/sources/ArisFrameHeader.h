@@ -39,6 +39,12 @@ struct ArisFrameHeader
     std::uint32_t serialNumber = 0;
     std::uint32_t reorderedSamples = 0; ///< non-zero: samples are in display order
 
+    /// The frame's time in microseconds since 1970; a time past any clock (2^62 µs, beyond
+    /// the year 100 000) reads as 0, so that times can be subtracted without overflowing.
+    std::int64_t getTimestamp() const
+    {
+        return frameTime > (std::uint64_t(1) << 62) ? 0 : std::int64_t(frameTime);
+    }
     /// Beams of a frame of this ping mode; 0 for a ping mode that does not exist.
     int getBeamCount() const;
     /// Samples of the frame: beams × samples per beam.

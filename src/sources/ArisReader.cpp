@@ -125,7 +125,7 @@ bool ArisReader::openDevice(QIODevice& device)
             damaged(frame, why);
             break;
         }
-        timestamps.push_back(std::int64_t(header.frameTime));
+        timestamps.push_back(header.getTimestamp());
     }
     if (frameCount == 0)
         return false;

@@ -67,6 +67,11 @@ bool RecordingReader::openDevice(QIODevice& device)
         return false;
     }
     startTime = std::int64_t(get64(header + 16));
+    // Within 35 000 years of 1970, so that start and offsets add up without overflowing.
+    if (startTime > (std::int64_t(1) << 50) || startTime < -(std::int64_t(1) << 50)) {
+        markDamage(0, QStringLiteral("start time out of range"));
+        return false;
+    }
     buildIndex(device);
 
     description = SonarDescription();
@@ -120,7 +125,7 @@ void RecordingReader::buildIndex(QIODevice& device)
         }
         const std::uint32_t payloadSize = get32(header + 8);
         const std::int64_t timestamp = std::int64_t(get64(header + 12));
-        if (payloadSize > maximumPayloadSize || timestamp < lastTimestamp) {
+        if (payloadSize > maximumPayloadSize || timestamp < lastTimestamp || timestamp > (std::int64_t(1) << 62)) {
             markDamage(offset, QStringLiteral("record header out of range"));
             return;
         }
