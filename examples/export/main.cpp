@@ -3,6 +3,7 @@
 
 #include "DisplaySettingsStore.h"
 #include "FanDisplay.h"
+#include "PrivateXServer.h"
 #include "export/ExportOptions.h"
 #include "export/RecordingExporter.h"
 
@@ -15,8 +16,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <unistd.h>
-#include <vector>
 
 using namespace Halcyra::Nereon::Export;
 
@@ -56,8 +57,8 @@ CommandLine parse(const QStringList& arguments)
     QCommandLineParser parser;
     parser.setApplicationDescription(
         "Exports a sonar recording (the viewer's .nrec or an ARIS .aris) to a video (.mp4, .mov, .mkv, .avi)\n"
-        "or to PNG pictures, drawn exactly as the fan display draws it. Without a display it runs\n"
-        "itself under xvfb-run.");
+        "or to PNG pictures, drawn exactly as the fan display draws it. Without a display it starts\n"
+        "an Xvfb server of its own.");
     parser.addPositionalArgument("INPUT", "The recording.");
     parser.addPositionalArgument("OUTPUT", "The video, or the picture(s): NAME.png.");
     const QCommandLineOption help = parser.addHelpOption();
@@ -145,27 +146,10 @@ QString formatDuration(double seconds)
     return QString::asprintf("%d:%02d", s / 60, s % 60);
 }
 
-/// Without a display, runs this program again under xvfb-run; returns only if it cannot.
-void runUnderXvfbIfNeeded(int argc, char* argv[])
+/// Whether Qt would find no screen to draw on without a server of our own.
+bool needsPrivateServer()
 {
-    if (std::getenv("DISPLAY") || std::getenv("WAYLAND_DISPLAY") || std::getenv("QT_QPA_PLATFORM")
-        || std::getenv("NEREON_EXPORT_UNDER_XVFB"))
-        return;
-    setenv("NEREON_EXPORT_UNDER_XVFB", "1", 1);
-    // Qt wants a private runtime folder; a session without a display may have none.
-    if (!std::getenv("XDG_RUNTIME_DIR")) {
-        static char folder[] = "/tmp/nereon-export-XXXXXX";
-        if (mkdtemp(folder))
-            setenv("XDG_RUNTIME_DIR", folder, 1);
-    }
-    std::vector<char*> command
-        = { const_cast<char*>("xvfb-run"), const_cast<char*>("-a"), const_cast<char*>("-s"),
-              const_cast<char*>("-screen 0 640x480x24"), argv[0] };
-    for (int i = 1; i < argc; ++i)
-        command.push_back(argv[i]);
-    command.push_back(nullptr);
-    execvp("xvfb-run", command.data());
-    // Not installed: Qt says below that it has no display.
+    return !std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY") && !std::getenv("QT_QPA_PLATFORM");
 }
 
 } // namespace
@@ -185,7 +169,14 @@ int main(int argc, char* argv[])
             return Usage;
         }
     }
-    runUnderXvfbIfNeeded(argc, argv);
+    PrivateXServer server;
+    if (needsPrivateServer()) {
+        std::string why;
+        if (!server.start(why)) {
+            std::fprintf(stderr, "nereon-export: no display, and no server of its own: %s\n", why.c_str());
+            return Failure;
+        }
+    }
     QApplication application(argc, argv);
     CommandLine line = parse(QCoreApplication::arguments());
     if (!line.settingsFile.isEmpty()) {
