@@ -18,7 +18,13 @@ for flavour in 5 6; do
     cmake --install "$build" --prefix "$work/alone-$flavour" > /dev/null
     (cd "$work/alone-$flavour" && find . ! -type d | sort) > "$work/files-$flavour"
 done
-shared=$(comm -12 "$work/files-5" "$work/files-6")
+# Files of the Python package that are the same in both (its __init__.py) may be shared.
+shared=$(comm -12 "$work/files-5" "$work/files-6" | while read -r file; do
+    case $file in
+        */ternwick_nereon/*) cmp -s "$work/alone-5/$file" "$work/alone-6/$file" && continue ;;
+    esac
+    echo "$file"
+done)
 if [ -n "$shared" ]; then
     echo "FAIL: both flavours install these files:" >&2
     echo "$shared" >&2
@@ -38,4 +44,32 @@ for flavour in 5 6; do
     cmake --build "$work/consumer-$flavour" > "$work/build-$flavour.log" 2>&1 \
         || { cat "$work/build-$flavour.log" >&2; exit 1; }
     "$runner" "$work/consumer-$flavour/consumer"
+done
+
+# The Python module: each flavour from the shared prefix, then built by pip against it.
+package_dir=$(cd "$prefix" && find . -type d -name ternwick_nereon | head -1)
+if [ -z "$package_dir" ]; then
+    echo "Python module not installed: not checked"
+    exit 0
+fi
+root=$(cd "$here/../.." && pwd)
+check_import() { # <python> <flavour> [environment...]
+    local python=$1 flavour=$2
+    shift 2
+    env "$@" "$runner" "$python" -c "import numpy, PyQt$flavour.QtWidgets, ternwick_nereon as tn
+assert tn.FanDisplay.__module__ == 'ternwick_nereon.qt$flavour', tn.FanDisplay.__module__
+app = PyQt$flavour.QtWidgets.QApplication([])
+tn.FanDisplay().newImageReceived(tn.NereonImage(numpy.zeros((2, 4), 'uint8'), [-1, 0, 1, 2], 5.0))"
+}
+for flavour in 5 6; do
+    echo "== import ternwick_nereon (PyQt$flavour) from the shared prefix"
+    check_import /usr/bin/python3 $flavour PYTHONPATH="$prefix/$(dirname "$package_dir")"
+done
+/usr/bin/python3 -m venv --system-site-packages "$work/venv"
+for flavour in 5 6; do
+    echo "== pip install (PyQt$flavour) against the shared prefix"
+    (cd "$root" && NEREON_QT=$flavour PKG_CONFIG_PATH="$prefix/lib/pkgconfig" \
+        "$work/venv/bin/pip" install --no-build-isolation --no-index --force-reinstall --no-deps . \
+        > "$work/pip-$flavour.log" 2>&1) || { cat "$work/pip-$flavour.log" >&2; exit 1; }
+    (cd "$work" && check_import "$work/venv/bin/python" $flavour)
 done
