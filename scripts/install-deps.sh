@@ -27,6 +27,7 @@ native)
         clang libclang-rt-14-dev
         libavformat-dev libavcodec-dev libavutil-dev libswscale-dev ffmpeg
         libprotobuf-dev protobuf-compiler
+        libopencv-dev python3-distributed
         python3-dev python3-numpy python3-pytest sip-tools python3-pyqtbuild
         pyqt5-dev python3-pyqt5 pyqt6-dev python3-pyqt6 qt5-qmake qmake6 python3-venv python3-pip
     )
