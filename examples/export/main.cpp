@@ -1,17 +1,16 @@
 // nereon-export: a sonar recording to a video or to PNG pictures, drawn as the
 // display draws it, without a screen.
 
-#include "DisplaySettingsStore.h"
-#include "FanDisplay.h"
+#include "CommandLineNumbers.h"
+#include "ExportSettingsFile.h"
 #include "PrivateXServer.h"
 #include "export/ExportOptions.h"
 #include "export/RecordingExporter.h"
+#include "export/VideoEncoder.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QElapsedTimer>
-#include <QFileInfo>
-#include <QSettings>
 
 #include <cmath>
 #include <cstdio>
@@ -20,6 +19,7 @@
 #include <unistd.h>
 
 using namespace Halcyra::Nereon::Export;
+using namespace CommandLineNumbers;
 
 namespace {
 
@@ -38,18 +38,9 @@ struct CommandLine
     QString settingsFile;
     ExportOptions options;
     QString error;
+    QString note; ///< said on stderr before the export starts
     bool help = false;
 };
-
-bool toNumber(const QString& text, double low, double high, double& value)
-{
-    bool ok = false;
-    const double v = text.toDouble(&ok);
-    if (!ok || !std::isfinite(v) || v < low || v > high)
-        return false;
-    value = v;
-    return true;
-}
 
 CommandLine parse(const QStringList& arguments)
 {
@@ -62,22 +53,27 @@ CommandLine parse(const QStringList& arguments)
     parser.addPositionalArgument("INPUT", "The recording.");
     parser.addPositionalArgument("OUTPUT", "The video, or the picture(s): NAME.png.");
     const QCommandLineOption help = parser.addHelpOption();
-    const QCommandLineOption size("size", "Picture size (default 1280x720; even for a video).", "WxH");
+    const QCommandLineOption size(
+        "size", "Picture size (default 1280x720). A video's odd width or height is rounded down to even.", "WxH");
     const QCommandLineOption fps("fps", "Video frames per second (default 25).", "N");
     const QCommandLineOption from("from", "Start T seconds after the recording's first frame.", "T");
     const QCommandLineOption to("to", "End T seconds after the recording's first frame.", "T");
-    const QCommandLineOption settings(
-        "settings", "The look: the viewer's settings file (or an INI with its [display] and [viewer] groups).", "FILE");
+    const QCommandLineOption settings("settings",
+        "The look: the viewer's settings file, ~/.config/Ternwick/nereon-viewer.conf (or an INI with its "
+        "[display] and [viewer] groups): palette, colours, grid, colour scale, units, despeckle and clamp.",
+        "FILE");
     const QCommandLineOption palette("palette", "Palette 0 to 7.", "N");
     const QCommandLineOption modifier("modifier", "Modifier of the Fire and Aqua palettes, 0 to 255.", "N");
     const QCommandLineOption despeckle("despeckle", "Despeckle level, 0 to 9.", "N");
     const QCommandLineOption clamp("clamp", "Clamp level, 0 to 0.5.", "F");
     const QCommandLineOption feet("feet", "Range labels in feet.");
+    const QCommandLineOption colourScale("colour-scale", "Show the colour scale.");
+    const QCommandLineOption autoGrid("auto-grid", "Draw the range grid in a grey that stands out from the palette.");
     const QCommandLineOption timestamp("timestamp", "Write the recorded time (UTC) into every picture.");
-    const QCommandLineOption frame("frame", "PNG: save frame N only (the first is 1).", "N");
-    const QCommandLineOption every("every", "PNG: save every N-th frame, as NAME-000001.png and so on.", "N");
-    parser.addOptions(
-        { size, fps, from, to, settings, palette, modifier, despeckle, clamp, feet, timestamp, frame, every });
+    const QCommandLineOption frame("frame", "PNG only: save frame N only (the first is 1).", "N");
+    const QCommandLineOption every("every", "PNG only: save every N-th frame, as NAME-000001.png and so on.", "N");
+    parser.addOptions({ size, fps, from, to, settings, palette, modifier, despeckle, clamp, feet, colourScale,
+        autoGrid, timestamp, frame, every });
     if (!parser.parse(arguments)) {
         line.error = parser.errorText();
         return line;
@@ -95,16 +91,26 @@ CommandLine parse(const QStringList& arguments)
     line.input = files[0];
     line.output = files[1];
     ExportOptions& o = line.options;
-    double number = 0.0;
+    const bool video = VideoEncoder::isVideoFile(line.output);
     if (parser.isSet(size)) {
-        const QStringList parts = parser.value(size).split('x');
-        double w = 0, h = 0;
-        if (parts.size() != 2 || !toNumber(parts[0], 0, 1e6, w) || !toNumber(parts[1], 0, 1e6, h)
-            || w != std::floor(w) || h != std::floor(h)) {
+        if (!toSize(parser.value(size), 0, 1000000, o.size)) {
             line.error = "--size needs WIDTHxHEIGHT in pixels";
             return line;
         }
-        o.size = QSize(int(w), int(h));
+        // Video codecs take whole 2 x 2 blocks of colour: a pixel less rather than a refusal.
+        const QSize even(std::max(2, o.size.width() & ~1), std::max(2, o.size.height() & ~1));
+        if (video && o.size.width() > 0 && o.size.height() > 0 && even != o.size) {
+            line.note = QStringLiteral("a video needs an even width and height: %1x%2 rounded down to %3x%4")
+                            .arg(o.size.width())
+                            .arg(o.size.height())
+                            .arg(even.width())
+                            .arg(even.height());
+            o.size = even;
+        }
+    }
+    if (video && (parser.isSet(frame) || parser.isSet(every))) {
+        line.error = "--frame and --every save pictures: give a NAME.png output (a video takes --from and --to)";
+        return line;
     }
     if (parser.isSet(fps) && !toNumber(parser.value(fps), 1, 240, o.framesPerSecond))
         line.error = "--fps needs 1 to 240";
@@ -112,29 +118,26 @@ CommandLine parse(const QStringList& arguments)
         line.error = "--from needs seconds from the start";
     if (parser.isSet(to) && !toNumber(parser.value(to), 0, 1e9, o.to))
         line.error = "--to needs seconds from the start";
-    if (parser.isSet(palette) && toNumber(parser.value(palette), 0, 7, number))
-        o.palette = int(number);
-    else if (parser.isSet(palette))
+    if (parser.isSet(from) && parser.isSet(to) && line.error.isEmpty() && o.from > o.to)
+        line.error = "--from must not come after --to";
+    if (parser.isSet(palette) && !toInteger(parser.value(palette), 0, 7, o.palette))
         line.error = "--palette needs 0 to 7";
-    if (parser.isSet(modifier) && toNumber(parser.value(modifier), 0, 255, number))
-        o.paletteModifier = int(number);
-    else if (parser.isSet(modifier))
+    if (parser.isSet(modifier) && !toInteger(parser.value(modifier), 0, 255, o.paletteModifier))
         line.error = "--modifier needs 0 to 255";
-    if (parser.isSet(despeckle) && toNumber(parser.value(despeckle), 0, 9, number))
-        o.despeckleLevel = int(number);
-    else if (parser.isSet(despeckle))
+    if (parser.isSet(despeckle) && !toInteger(parser.value(despeckle), 0, 9, o.despeckleLevel))
         line.error = "--despeckle needs 0 to 9";
     if (parser.isSet(clamp) && !toNumber(parser.value(clamp), 0, 0.5, o.clampLevel))
         line.error = "--clamp needs 0 to 0.5";
-    if (parser.isSet(frame) && toNumber(parser.value(frame), 1, 1e9, number))
-        o.stillFrame = int(number) - 1;
+    int number = 0;
+    if (parser.isSet(frame) && toInteger(parser.value(frame), 1, 1000000000, number))
+        o.stillFrame = number - 1;
     else if (parser.isSet(frame))
         line.error = "--frame needs a frame number from 1";
-    if (parser.isSet(every) && toNumber(parser.value(every), 1, 1e9, number))
-        o.every = int(number);
-    else if (parser.isSet(every))
+    if (parser.isSet(every) && !toInteger(parser.value(every), 1, 1000000000, o.every))
         line.error = "--every needs a positive number";
     o.feet = parser.isSet(feet);
+    o.colourScale = parser.isSet(colourScale);
+    o.automaticGridColour = parser.isSet(autoGrid);
     o.timestampOverlay = parser.isSet(timestamp);
     line.settingsFile = parser.value(settings);
     return line;
@@ -146,10 +149,22 @@ QString formatDuration(double seconds)
     return QString::asprintf("%d:%02d", s / 60, s % 60);
 }
 
-/// Whether Qt would find no screen to draw on without a server of our own.
+/// Whether Qt would find no screen to draw on without a server of our own: no X display,
+/// and a platform that draws through one. Qt's default is xcb unless Wayland is there; the
+/// offscreen platform makes its GL contexts through an X server too.
 bool needsPrivateServer()
 {
-    return !std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY") && !std::getenv("QT_QPA_PLATFORM");
+    const char* display = std::getenv("DISPLAY");
+    if (display && *display)
+        return false;
+    const QByteArray platforms = qgetenv("QT_QPA_PLATFORM");
+    // "name:arguments", or a list "a;b" of which Qt takes the first that loads.
+    const QByteArray first = platforms.split(';').first().split(':').first().trimmed();
+    if (first.isEmpty()) {
+        const char* wayland = std::getenv("WAYLAND_DISPLAY");
+        return !wayland || !*wayland;
+    }
+    return first == "xcb" || first == "offscreen";
 }
 
 } // namespace
@@ -180,25 +195,20 @@ int main(int argc, char* argv[])
     QApplication application(argc, argv);
     CommandLine line = parse(QCoreApplication::arguments());
     if (!line.settingsFile.isEmpty()) {
-        if (!QFileInfo(line.settingsFile).isReadable()) {
-            std::fprintf(stderr, "nereon-export: cannot read %s\n", qPrintable(line.settingsFile));
+        QString error;
+        if (!ExportSettingsFile::apply(line.settingsFile, line.options, error)) {
+            std::fprintf(stderr, "nereon-export: %s\n", qPrintable(error));
             return Usage;
         }
-        QSettings settings(line.settingsFile, QSettings::IniFormat);
-        const Halcyra::Nereon::Visualisation::FanDisplay defaults;
-        settings.beginGroup("display");
-        line.options.look = DisplaySettingsStore::read(settings, defaults.getCurrentDisplaySettings());
-        settings.endGroup();
-        settings.beginGroup("viewer");
-        if (line.options.despeckleLevel < 0 && settings.contains("despeckleLevel"))
-            line.options.despeckleLevel = settings.value("despeckleLevel").toInt();
-        if (line.options.clampLevel < 0.0 && settings.contains("clampLevel"))
-            line.options.clampLevel = settings.value("clampLevel").toDouble();
-        settings.endGroup();
     }
+    if (!line.note.isEmpty())
+        std::fprintf(stderr, "nereon-export: %s\n", qPrintable(line.note));
 
     RecordingExporter exporter;
-    if (!exporter.start(line.input, line.output, line.options)) {
+    const bool started = exporter.start(line.input, line.output, line.options);
+    for (const QString& notice : exporter.getNotices())
+        std::fprintf(stderr, "nereon-export: %s\n", qPrintable(notice));
+    if (!started) {
         std::fprintf(stderr, "nereon-export: %s\n", qPrintable(exporter.getErrorString()));
         return Failure;
     }

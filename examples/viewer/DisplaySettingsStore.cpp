@@ -79,4 +79,27 @@ DisplaySettings read(const QSettings& settings, const DisplaySettings& fallback)
     return look;
 }
 
+void writeChoices(QSettings& settings, const ViewerChoices& choices)
+{
+    settings.setValue("despeckleLevel", choices.despeckleLevel);
+    settings.setValue("clampLevel", choices.clampLevel);
+    settings.setValue("colourScale", choices.colourScale);
+    settings.setValue("automaticGridColour", choices.automaticGridColour);
+    // Indices of the viewer's unit lists: 0 metres (square metres), 1 feet (square feet).
+    settings.setValue("distanceUnit", choices.feet ? 1 : 0);
+    settings.setValue("areaUnit", choices.squareFeet ? 1 : 0);
+}
+
+ViewerChoices readChoices(const QSettings& settings, const ViewerChoices& fallback)
+{
+    ViewerChoices choices;
+    choices.despeckleLevel = readNumber<int>(settings, "despeckleLevel", fallback.despeckleLevel, 0, 9);
+    choices.clampLevel = readNumber<double>(settings, "clampLevel", fallback.clampLevel, 0.0, 0.5);
+    choices.colourScale = settings.value("colourScale", fallback.colourScale).toBool();
+    choices.automaticGridColour = settings.value("automaticGridColour", fallback.automaticGridColour).toBool();
+    choices.feet = readNumber<int>(settings, "distanceUnit", fallback.feet ? 1 : 0, 0, 1) == 1;
+    choices.squareFeet = readNumber<int>(settings, "areaUnit", fallback.squareFeet ? 1 : 0, 0, 1) == 1;
+    return choices;
+}
+
 } // namespace DisplaySettingsStore

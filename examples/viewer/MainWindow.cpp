@@ -1,7 +1,8 @@
 #include "MainWindow.h"
 
-#include "ConvertedUnit.h"
+#include "CommandLineNumbers.h"
 #include "DisplaySettingsStore.h"
+#include "LinearUnit.h"
 #include "MagnifierRuler.h"
 #ifdef NEREON_HAVE_EXPORT
 #include "ExportDialog.h"
@@ -11,6 +12,7 @@
 #include "sources/ArisLiveSource.h"
 #endif
 #include "RecordingPanel.h"
+#include "sources/FrameReader.h"
 #include "SimulatedSonar.h"
 
 #include "ZoomDisplay.h"
@@ -28,6 +30,7 @@
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QFontDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
@@ -52,6 +55,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <memory>
 
 using namespace Halcyra::Nereon::Visualisation;
 namespace Options = FanDisplayOptions;
@@ -60,8 +64,8 @@ using Halcyra::Nereon::NereonImage;
 
 namespace {
 
-const ConvertedUnit* const distanceUnits[] = { &ConvertedUnit::metres(), &ConvertedUnit::feet() };
-const ConvertedUnit* const areaUnits[] = { &ConvertedUnit::squareMetres(), &ConvertedUnit::squareFeet() };
+const LinearUnit* const distanceUnits[] = { &LinearUnit::metres(), &LinearUnit::feet() };
+const LinearUnit* const areaUnits[] = { &LinearUnit::squareMetres(), &LinearUnit::squareFeet() };
 
 constexpr double minimumZoom = 1.0;
 constexpr double maximumZoom = 8.0;
@@ -239,12 +243,12 @@ QWidget* MainWindow::createDisplayControls()
     form->addRow(tr("Measure"), measurementBox);
     distanceUnitBox = new QComboBox;
     distanceUnitBox->setObjectName("distanceUnitBox");
-    for (const ConvertedUnit* unit : distanceUnits)
+    for (const LinearUnit* unit : distanceUnits)
         distanceUnitBox->addItem(QString::fromStdString(unit->getName()));
     form->addRow(tr("Distances"), distanceUnitBox);
     areaUnitBox = new QComboBox;
     areaUnitBox->setObjectName("areaUnitBox");
-    for (const ConvertedUnit* unit : areaUnits)
+    for (const LinearUnit* unit : areaUnits)
         areaUnitBox->addItem(QString::fromStdString(unit->getName()));
     form->addRow(tr("Areas"), areaUnitBox);
 
@@ -488,15 +492,17 @@ void MainWindow::restoreSettings()
     settings.endGroup();
 
     settings.beginGroup("viewer");
-    despeckleBox->setValue(settings.value("despeckleLevel", 0).toInt());
-    clampBox->setValue(settings.value("clampLevel", defaultClampLevel).toDouble());
+    // What changes the picture is read where the export tool reads it.
+    const DisplaySettingsStore::ViewerChoices choices = DisplaySettingsStore::readChoices(settings, {});
+    despeckleBox->setValue(choices.despeckleLevel);
+    clampBox->setValue(choices.clampLevel);
     measurementBox->setCurrentIndex(std::clamp(settings.value("measurementMode", 0).toInt(), 0, 2));
-    distanceUnitBox->setCurrentIndex(std::clamp(settings.value("distanceUnit", 0).toInt(), 0, 1));
-    areaUnitBox->setCurrentIndex(std::clamp(settings.value("areaUnit", 0).toInt(), 0, 1));
+    distanceUnitBox->setCurrentIndex(choices.feet ? 1 : 0);
+    areaUnitBox->setCurrentIndex(choices.squareFeet ? 1 : 0);
     brandingBox->setChecked(settings.value("branding", false).toBool());
     animateBox->setChecked(settings.value("animateZoom", true).toBool());
-    colourScaleBox->setChecked(settings.value("colourScale", false).toBool());
-    autoGridBox->setChecked(settings.value("automaticGridColour", false).toBool());
+    colourScaleBox->setChecked(choices.colourScale);
+    autoGridBox->setChecked(choices.automaticGridColour);
     // No font saved yet: keep the default without asking QFont to parse nothing.
     const QString fontDescription = settings.value("font").toString();
     QFont font;
@@ -533,15 +539,17 @@ void MainWindow::saveSettings() const
     settings.endGroup();
 
     settings.beginGroup("viewer");
-    settings.setValue("despeckleLevel", despeckleBox->value());
-    settings.setValue("clampLevel", clampBox->value());
+    DisplaySettingsStore::ViewerChoices choices;
+    choices.despeckleLevel = despeckleBox->value();
+    choices.clampLevel = clampBox->value();
+    choices.colourScale = colourScaleBox->isChecked();
+    choices.automaticGridColour = autoGridBox->isChecked();
+    choices.feet = distanceUnitBox->currentIndex() == 1;
+    choices.squareFeet = areaUnitBox->currentIndex() == 1;
+    DisplaySettingsStore::writeChoices(settings, choices);
     settings.setValue("measurementMode", measurementBox->currentIndex());
-    settings.setValue("distanceUnit", distanceUnitBox->currentIndex());
-    settings.setValue("areaUnit", areaUnitBox->currentIndex());
     settings.setValue("branding", brandingBox->isChecked());
     settings.setValue("animateZoom", animateBox->isChecked());
-    settings.setValue("colourScale", colourScaleBox->isChecked());
-    settings.setValue("automaticGridColour", autoGridBox->isChecked());
     settings.setValue("font", fontButton->font().toString());
     settings.setValue("zoomLevel", display->getZoomLevel());
     settings.endGroup();
@@ -759,6 +767,18 @@ void MainWindow::startCommandLineRecording()
         QTimer::singleShot(0, this, [] { QCoreApplication::exit(2); });
         return;
     }
+    if (!options.replayPath.isEmpty() && options.replayFrame >= 0) {
+        // Refused as the export tool refuses it, rather than showing the last frame instead.
+        const std::unique_ptr<Halcyra::Nereon::Sources::FrameReader> reader
+            = Halcyra::Nereon::Sources::FrameReader::create(options.replayPath);
+        if (reader && options.replayFrame >= reader->getFrameCount()) {
+            std::fprintf(stderr, "nereon-viewer: %s\n",
+                qPrintable(CommandLineNumbers::missingFrame(
+                    QFileInfo(options.replayPath).fileName(), reader->getFrameCount(), options.replayFrame + 1)));
+            QTimer::singleShot(0, this, [] { QCoreApplication::exit(1); });
+            return;
+        }
+    }
     if (!options.replayPath.isEmpty()) {
         commandLineReplay = true;
         recordingPanel->openRecording(options.replayPath, options.replaySpeed, options.replayFrame);
@@ -770,6 +790,8 @@ void MainWindow::frameReceived(const NereonImage& image)
     ruler->setRange(image.getRange());
     if (!magnifierOptionsApplied) {
         magnifierOptionsApplied = true;
+        if (options.magnifierAtRangeBearing)
+            options.magnifierCentre = ViewerOptions::fanPoint(options.magnifierAt, image.getRange());
         applyMagnifierOptions();
     }
     recordingPanel->record(image);
@@ -932,6 +954,8 @@ void MainWindow::exportVideo()
     look.despeckleLevel = despeckleBox->value();
     look.clampLevel = clampBox->value();
     look.feet = distanceUnitBox->currentIndex() == 1;
+    look.colourScale = colourScaleBox->isChecked();
+    look.automaticGridColour = autoGridBox->isChecked();
     exportDialog->exportRecording(recordingPanel->isReplaying() ? recordingPanel->getReplayPath() : QString(), look);
 #endif
 }

@@ -1,37 +1,12 @@
 #include "ViewerOptions.h"
 
+#include "CommandLineNumbers.h"
+
 #include <QCommandLineParser>
 
 #include <cmath>
 
-namespace {
-
-bool toInteger(const QString& text, int low, int high, int& result)
-{
-    bool ok = false;
-    const int value = text.toInt(&ok);
-    if (!ok || value < low || value > high)
-        return false;
-    result = value;
-    return true;
-}
-
-/// Reads "a,b,..." into `count` numbers.
-bool toNumbers(const QString& text, int count, double* values)
-{
-    const QStringList parts = text.split(',');
-    if (parts.size() != count)
-        return false;
-    for (int i = 0; i < count; ++i) {
-        bool ok = false;
-        values[i] = parts[i].toDouble(&ok);
-        if (!ok || !std::isfinite(values[i]))
-            return false;
-    }
-    return true;
-}
-
-} // namespace
+using namespace CommandLineNumbers;
 
 ViewerOptions ViewerOptions::parse(const QStringList& arguments)
 {
@@ -64,7 +39,10 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
     const QCommandLineOption frame("frame", "Show frame <n> of the replay (the first is 1), paused.", "n");
     const QCommandLineOption magnify("magnify", "Magnifier zoom: 4 to 10 times (default 4).", "factor");
     const QCommandLineOption magnifyAt("magnify-at",
-        "Centre the magnifier on the fan point x,y (the sonar at 0,0, the rim at radius 1).", "x,y");
+        "Centre the magnifier on a point of the fan: its range and bearing with units, as 5m,-3deg or "
+        "16ft,10deg (bearings positive to starboard); or the fan point x,y (the sonar at 0,0, the rim at "
+        "radius 1).",
+        "where");
     const QCommandLineOption measure("measure",
         "Measure a distance on the magnifier from x1,y1 to x2,y2 (fan points, as --magnify-at).",
         "x1,y1,x2,y2");
@@ -104,32 +82,18 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
     }
     if (parser.isSet(despeckle) && !toInteger(parser.value(despeckle), 0, 9, options.despeckleLevel))
         return fail("--despeckle needs a number from 0 to 9");
-    if (parser.isSet(clamp)) {
-        bool ok = false;
-        options.clampLevel = parser.value(clamp).toDouble(&ok);
-        if (!ok || options.clampLevel < 0.0 || options.clampLevel > 0.5)
-            return fail("--clamp needs a fraction from 0 to 0.5");
-    }
-    if (parser.isSet(zoom)) {
-        bool ok = false;
-        options.zoomLevel = parser.value(zoom).toDouble(&ok);
-        if (!ok || options.zoomLevel < 1.0 || options.zoomLevel > 8.0)
-            return fail("--zoom needs a level from 1 to 8");
-    }
+    if (parser.isSet(clamp) && !toNumber(parser.value(clamp), 0.0, 0.5, options.clampLevel))
+        return fail("--clamp needs a fraction from 0 to 0.5");
+    if (parser.isSet(zoom) && !toNumber(parser.value(zoom), 1.0, 8.0, options.zoomLevel))
+        return fail("--zoom needs a level from 1 to 8");
     if (parser.isSet(size)) {
-        const QStringList parts = parser.value(size).split('x');
-        int w = 0;
-        int h = 0;
-        if (parts.size() != 2 || !toInteger(parts[0], 320, 8192, w) || !toInteger(parts[1], 240, 8192, h))
+        QSize window;
+        if (!toSize(parser.value(size), 1, 8192, window) || window.width() < 320 || window.height() < 240)
             return fail("--size needs WIDTHxHEIGHT, at least 320x240");
-        options.windowSize = QSize(w, h);
+        options.windowSize = window;
     }
-    if (parser.isSet(speed)) {
-        bool ok = false;
-        options.replaySpeed = parser.value(speed).toDouble(&ok);
-        if (!ok || options.replaySpeed < 0.125 || options.replaySpeed > 16.0)
-            return fail("--speed needs a factor from 0.125 to 16");
-    }
+    if (parser.isSet(speed) && !toNumber(parser.value(speed), 0.125, 16.0, options.replaySpeed))
+        return fail("--speed needs a factor from 0.125 to 16");
     if (parser.isSet(frame)) {
         int oneBased = 0;
         if (!toInteger(parser.value(frame), 1, 100000000, oneBased))
@@ -137,9 +101,8 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
         options.replayFrame = oneBased - 1;
     }
     if (parser.isSet(magnify)) {
-        bool ok = false;
-        const double factor = parser.value(magnify).toDouble(&ok);
-        if (!ok || factor < 4.0 || factor > 10.0)
+        double factor = 0.0;
+        if (!toNumber(parser.value(magnify), 4.0, 10.0, factor))
             return fail("--magnify needs a factor from 4 to 10");
         // The magnifier's levels are 4, 4.5, ... 8, then 9 and 10.
         static const double levels[] = { 4.0, 4.5, 5.0, 5.5, 6.0, 6.5, 7.0, 8.0, 9.0, 10.0 };
@@ -148,10 +111,13 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
     }
     double numbers[4] = {};
     if (parser.isSet(magnifyAt)) {
-        if (!toNumbers(parser.value(magnifyAt), 2, numbers))
-            return fail("--magnify-at needs x,y");
+        if (toRangeBearing(parser.value(magnifyAt), options.magnifierAt))
+            options.magnifierAtRangeBearing = true;
+        else if (toNumbers(parser.value(magnifyAt), 2, numbers))
+            options.magnifierCentre = QPointF(numbers[0], numbers[1]);
+        else
+            return fail("--magnify-at needs a range and bearing with units (5m,-3deg) or a fan point x,y");
         options.magnifierCentred = true;
-        options.magnifierCentre = QPointF(numbers[0], numbers[1]);
     }
     if (parser.isSet(measure)) {
         if (!toNumbers(parser.value(measure), 4, numbers))
@@ -185,6 +151,14 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
     options.automaticGridColour = parser.isSet(autoGrid);
     options.useSavedSettings = !parser.isSet(fresh) && options.screenshotPath.isEmpty();
     return options;
+}
+
+QPointF ViewerOptions::fanPoint(const CommandLineNumbers::RangeBearing& point, double range)
+{
+    // Bearings count from the centre line, positive to starboard: x across, y along the fan.
+    const double r = range > 0.0 ? point.range / range : 0.0;
+    const double bearing = point.bearing * M_PI / 180.0;
+    return QPointF(r * std::sin(bearing), r * std::cos(bearing));
 }
 
 bool ViewerOptions::mayHoldToolkitOptions(const QStringList& arguments)

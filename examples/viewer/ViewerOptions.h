@@ -1,5 +1,7 @@
 #pragma once
 
+#include "CommandLineNumbers.h"
+
 #include <QLineF>
 #include <QPointF>
 #include <QSize>
@@ -31,6 +33,8 @@ struct ViewerOptions
     int magnifierSteps = 0; ///< zoom the magnifier in this many steps from 4x (0 to 9)
     bool magnifierCentred = false;
     QPointF magnifierCentre; ///< fan coordinates (the rim at radius 1) the magnifier centres on
+    bool magnifierAtRangeBearing = false; ///< the centre is magnifierAt, placed once the fan's range is known
+    CommandLineNumbers::RangeBearing magnifierAt;
     QLineF measurement; ///< a distance measured on the magnifier, in fan coordinates; null for none
     QString error; ///< non-empty when the command line is unusable
     bool helpShown = false;
@@ -38,6 +42,8 @@ struct ViewerOptions
     /// Parses the arguments (the program name first). Screenshots start from the
     /// default look so that they do not depend on what a user saved.
     static ViewerOptions parse(const QStringList& arguments);
+    /// The fan point (the rim at radius 1) at `point` on a fan of `range` metres.
+    static QPointF fanPoint(const CommandLineNumbers::RangeBearing& point, double range);
     /// Whether `arguments` can hold options of Qt's own (single dash, as -platform), which
     /// only a GUI application takes out of the arguments.
     static bool mayHoldToolkitOptions(const QStringList& arguments);

@@ -31,6 +31,10 @@ struct ExportOptions
     double clampLevel = -1.0;
     /// Labels in feet instead of metres.
     bool feet = false;
+    /// Shows the palette's colour scale beside the fan.
+    bool colourScale = false;
+    /// Draws the range grid in a grey that stands out from the palette.
+    bool automaticGridColour = false;
     /// Writes the recorded time (UTC) into the bottom-left corner of every picture.
     bool timestampOverlay = false;
     /// For pictures (PNG): the one frame to save (zero-based), or -1 for every `every`-th frame.

@@ -6,6 +6,7 @@
 
 #include <QImage>
 #include <QString>
+#include <QStringList>
 
 #include <cstdint>
 #include <memory>
@@ -69,6 +70,8 @@ public:
     QString getErrorString() const { return errorString; }
     /// Set when the recording is damaged: "Stopped at byte N of FILE: why".
     QString getWarning() const;
+    /// What start() did besides, worth telling the user (temporary files of killed exports it removed).
+    QStringList getNotices() const;
     /// The codec of a video export, e.g. "libx264".
     QString getCodecName() const;
     /// Where the time went so far.
@@ -84,6 +87,7 @@ private:
     int total = 0;
     bool finished = false;
     QString errorString;
+    QStringList startNotices; ///< of a start() that failed
 
     bool fail(const QString& message);
     bool stepVideo();

@@ -4,6 +4,7 @@
 
 #include <QImage>
 #include <QString>
+#include <QStringList>
 
 #include <memory>
 
@@ -17,7 +18,9 @@ namespace Halcyra::Nereon::Export {
  *
  * The video is written under a temporary name beside the output and renamed to it
  * by finish(); a video that is abandoned, fails or is destroyed unfinished leaves
- * nothing under the output name.
+ * nothing under the output name. The temporary file is named
+ * ".NAME.PID-N.part"; open() removes such files in the output's folder that
+ * belong to this user and to a process that no longer runs (an export that was killed).
  */
 class TERNWICK_NEREON_EXPORT_EXPORT VideoEncoder
 {
@@ -40,6 +43,8 @@ public:
     /// Drops the video: the temporary file is removed, nothing is left under the output name.
     void abandon();
 
+    /// The temporary files of killed exports that the last open() removed (names in the output's folder).
+    QStringList getRemovedStaleFiles() const;
     /// The codec in use, e.g. "libx264".
     QString getCodecName() const;
     /// Frames added so far.
@@ -55,6 +60,7 @@ private:
     struct Codec;
     std::unique_ptr<Codec> codec;
     QString errorString;
+    QStringList removedStale;
 };
 
 } // namespace Halcyra::Nereon::Export

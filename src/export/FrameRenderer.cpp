@@ -14,21 +14,12 @@
 namespace Halcyra::Nereon::Export {
 
 using Visualisation::FanDisplay;
+using Visualisation::LinearUnit;
 namespace Options = Visualisation::FanDisplayOptions;
 
 struct FrameRenderer::Parts
 {
-    // The units outlive the display that borrows them.
-    LinearUnit distance;
-    LinearUnit area;
     FanDisplay display;
-
-    explicit Parts(bool feet)
-        : distance(feet ? LinearUnit("feet", "ft", 1.0 / 0.3048) : LinearUnit("metres", "m", 1.0))
-        , area(feet ? LinearUnit("square feet", "ft\u00b2", 1.0 / (0.3048 * 0.3048))
-                    : LinearUnit("square metres", "m\u00b2", 1.0))
-    {
-    }
 };
 
 FrameRenderer::FrameRenderer(const ExportOptions& options)
@@ -46,12 +37,14 @@ FrameRenderer::FrameRenderer(const ExportOptions& options)
                           .arg(limit);
         return;
     }
-    parts = std::make_unique<Parts>(options.feet);
+    parts = std::make_unique<Parts>();
     FanDisplay& display = parts->display;
     // Drawn and read back, never put on a screen.
     display.setAttribute(Qt::WA_DontShowOnScreen);
-    display.setDistanceUnit(&parts->distance);
-    display.setAreaUnit(&parts->area);
+    display.setDistanceUnit(options.feet ? &LinearUnit::feet() : &LinearUnit::metres());
+    display.setAreaUnit(options.feet ? &LinearUnit::squareFeet() : &LinearUnit::squareMetres());
+    display.setColourScaleVisible(options.colourScale);
+    display.setAutomaticGridColour(options.automaticGridColour);
     if (options.look)
         display.configureFromSettings(*options.look);
     if (options.palette >= 0)

@@ -6,6 +6,7 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QBuffer>
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QPainter>
@@ -37,6 +38,7 @@ struct RecordingExporter::State
     bool pictureStale = true;
     QImage lastPicture;
     QString codecName;
+    QStringList notices;
     Timing timing;
 };
 
@@ -66,6 +68,7 @@ bool RecordingExporter::start(const QString& input, const QString& output, const
 {
     cancel();
     errorString.clear();
+    startNotices.clear();
     done = 0;
     total = 0;
     finished = false;
@@ -91,12 +94,15 @@ bool RecordingExporter::start(const QString& input, const QString& output, const
     const std::int64_t end = reader.getTimestamp(reader.getFrameCount() - 1) - s.firstTimestamp;
     s.fromTime = std::int64_t(std::llround(std::max(0.0, options.from) * 1e6));
     s.toTime = options.to < 0.0 ? end : std::min(end, std::int64_t(std::llround(options.to * 1e6)));
-    if (s.fromTime > s.toTime)
-        return fail(QStringLiteral("%1: nothing between %2 s and %3 s (the recording lasts %4 s)")
+    if (s.fromTime > end)
+        return fail(QStringLiteral("%1 lasts %2 s: nothing to export from %3 s")
                         .arg(QFileInfo(input).fileName())
+                        .arg(double(end) / 1e6, 0, 'f', 1)
+                        .arg(options.from));
+    if (s.fromTime > s.toTime)
+        return fail(QStringLiteral("%1: the part from %2 s to %3 s is empty").arg(QFileInfo(input).fileName())
                         .arg(options.from)
-                        .arg(options.to)
-                        .arg(double(end) / 1e6));
+                        .arg(options.to));
     s.firstFrame = reader.findFrame(s.firstTimestamp + s.fromTime);
     s.lastFrame = reader.findFrame(s.firstTimestamp + s.toTime);
 
@@ -108,8 +114,24 @@ bool RecordingExporter::start(const QString& input, const QString& output, const
         // Output frame n shows the recording at n / fps after the start: enough frames to
         // cover the last one, so the video is at most one frame period longer than the part.
         total = int(std::floor(double(s.toTime - s.fromTime) * options.framesPerSecond / 1e6)) + 1;
-        if (!s.encoder.open(output, options.size.width(), options.size.height(), options.framesPerSecond))
-            return fail(s.encoder.getErrorString());
+        const bool opened
+            = s.encoder.open(output, options.size.width(), options.size.height(), options.framesPerSecond);
+        const QStringList stale = s.encoder.getRemovedStaleFiles();
+        if (!stale.isEmpty())
+            s.notices << QStringLiteral("removed %1 left in %2 by %3 that %4 killed: %5")
+                             .arg(stale.size() == 1 ? QStringLiteral("a temporary file")
+                                                    : QStringLiteral("%1 temporary files").arg(stale.size()))
+                             .arg(QFileInfo(output).absolutePath())
+                             .arg(stale.size() == 1 ? QStringLiteral("an export") : QStringLiteral("exports"))
+                             .arg(stale.size() == 1 ? QStringLiteral("was") : QStringLiteral("were"))
+                             .arg(stale.join(QStringLiteral(", ")));
+        if (!opened) {
+            // The notice outlives the failed start.
+            const QStringList notices = s.notices;
+            fail(s.encoder.getErrorString());
+            startNotices = notices;
+            return false;
+        }
         s.codecName = s.encoder.getCodecName();
         // Thresholds settle as on a display that played from the part's first frame.
         s.nextFrame = s.firstFrame;
@@ -231,9 +253,27 @@ bool RecordingExporter::stepPictures()
         path = info.dir().filePath(
             QStringLiteral("%1-%2.%3").arg(info.completeBaseName()).arg(frame + 1, 6, 10, QChar('0')).arg(info.suffix()));
     }
+    // Encoded first, so that a failure to write says why in the file system's words
+    // (a full disk) rather than the image writer's.
+    QByteArray png;
+    {
+        QBuffer buffer(&png);
+        buffer.open(QIODevice::WriteOnly);
+        if (!picture().save(&buffer, "PNG"))
+            return fail(QStringLiteral("cannot encode the picture for %1").arg(path));
+    }
     // Written under another name and renamed once whole.
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || !picture().save(&file, "PNG") || !file.commit())
+    if (!file.open(QIODevice::WriteOnly))
+        return fail(QStringLiteral("cannot write %1: %2").arg(path, file.errorString()));
+    // A write cut short (a full disk) sets no error; the next attempt at the rest says why.
+    for (qint64 written = 0; written < png.size();) {
+        const qint64 n = file.write(png.constData() + written, png.size() - written);
+        if (n <= 0)
+            return fail(QStringLiteral("cannot write %1: %2").arg(path, file.errorString()));
+        written += n;
+    }
+    if (!file.commit())
         return fail(QStringLiteral("cannot write %1: %2").arg(path, file.errorString()));
     ++done;
     if (done >= total)
@@ -251,6 +291,11 @@ void RecordingExporter::cancel()
 QString RecordingExporter::getWarning() const
 {
     return state && state->reader && state->reader->hasDamage() ? state->reader->describeDamage() : QString();
+}
+
+QStringList RecordingExporter::getNotices() const
+{
+    return state ? state->notices : startNotices;
 }
 
 QString RecordingExporter::getCodecName() const

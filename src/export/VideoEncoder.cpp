@@ -4,7 +4,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QTemporaryFile>
+#include <QRegularExpression>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -14,11 +14,67 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <cerrno>
 #include <cmath>
+#include <cstring>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace Halcyra::Nereon::Export {
 
 namespace {
+
+/// ".NAME.PID-N.part": the owner's process id in the name tells a killed export's leftovers
+/// from those of an export still running.
+const QRegularExpression temporaryName(QStringLiteral("^\\..+\\.(\\d+)-\\d+\\.part$"));
+
+/// Creates the temporary file beside `path` with the mode a new file gets from the umask
+/// (a QTemporaryFile would be 0600, and the rename keeps the mode). Empty, with `error`, when it cannot.
+QString createTemporary(const QString& path, QString& error)
+{
+    const QFileInfo info(path);
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const QString name = info.absoluteDir().filePath(
+            QStringLiteral(".%1.%2-%3.part").arg(info.fileName()).arg(getpid()).arg(attempt));
+        const int fd = ::open(QFile::encodeName(name).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd >= 0) {
+            ::close(fd);
+            return name;
+        }
+        if (errno != EEXIST)
+            break;
+    }
+    error = QString::fromLocal8Bit(std::strerror(errno));
+    return QString();
+}
+
+/// Removes the temporary files of exports into `folder` that were killed: ours by name, owned by
+/// this user, whose process is gone. Returns their names.
+QStringList removeStaleTemporaries(const QDir& folder)
+{
+    QStringList removed;
+    const QStringList candidates
+        = folder.entryList({ QStringLiteral(".*.part") }, QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot);
+    for (const QString& name : candidates) {
+        const QRegularExpressionMatch match = temporaryName.match(name);
+        bool ok = false;
+        const qint64 pid = match.hasMatch() ? match.captured(1).toLongLong(&ok) : 0;
+        if (!ok || pid <= 0 || pid == getpid())
+            continue;
+        struct stat status = {};
+        const QByteArray file = QFile::encodeName(folder.filePath(name));
+        if (::stat(file.constData(), &status) != 0 || status.st_uid != getuid())
+            continue;
+        // EPERM means the process exists under another user: not ours to judge.
+        if (::kill(pid_t(pid), 0) == 0 || errno != ESRCH)
+            continue;
+        if (::unlink(file.constData()) == 0)
+            removed << name;
+    }
+    return removed;
+}
 
 /// The container FFmpeg writes for a file name, or null.
 const char* containerOf(const QString& path)
@@ -124,16 +180,15 @@ bool VideoEncoder::open(const QString& path, int width, int height, double frame
         av_log_set_level(AV_LOG_ERROR);
     auto c = std::make_unique<Codec>();
     c->path = path;
+    removedStale = removeStaleTemporaries(QFileInfo(path).absoluteDir());
     {
         // A name of our own beside the output, so that the final rename stays on one file system.
-        QTemporaryFile reserve(QFileInfo(path).absoluteDir().filePath(
-            QStringLiteral(".%1.XXXXXX.part").arg(QFileInfo(path).fileName())));
-        reserve.setAutoRemove(false);
-        if (!reserve.open()) {
-            errorString = QStringLiteral("cannot write %1: %2").arg(path, reserve.errorString());
+        QString why;
+        c->temporaryPath = createTemporary(path, why);
+        if (c->temporaryPath.isEmpty()) {
+            errorString = QStringLiteral("cannot write %1: %2").arg(path, why);
             return false;
         }
-        c->temporaryPath = reserve.fileName();
     }
     int result = avformat_alloc_output_context2(&c->format, nullptr, container, nullptr);
     if (result < 0 || !c->format) {
@@ -303,6 +358,11 @@ void VideoEncoder::abandon()
     codec.reset();
     if (!temporary.isEmpty())
         QFile::remove(temporary);
+}
+
+QStringList VideoEncoder::getRemovedStaleFiles() const
+{
+    return removedStale;
 }
 
 QString VideoEncoder::getCodecName() const

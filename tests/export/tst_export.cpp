@@ -1,3 +1,6 @@
+#include "DisplaySettingsStore.h"
+#include "ExportSettingsFile.h"
+#include "FanDisplay.h"
 #include "export/FrameRenderer.h"
 #include "export/RecordingExporter.h"
 #include "nereon/NereonImage.h"
@@ -8,6 +11,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -209,6 +213,50 @@ private slots:
         QVERIFY(runToEnd(exporter));
         QCOMPARE(QDir(folder.path()).entryList(QStringList("many-*.png")),
             QStringList({ "many-000001.png", "many-000003.png", "many-000005.png" }));
+    }
+
+    void viewerSettingsFileGivesTheViewersLook()
+    {
+        // Saved as the viewer saves them, read as the export tool reads them.
+        QTemporaryDir folder;
+        const QString path = folder.filePath("nereon-viewer.conf");
+        auto look = Halcyra::Nereon::Visualisation::FanDisplay().getCurrentDisplaySettings();
+        look.palette = Halcyra::Nereon::Visualisation::FanDisplayOptions::Fire;
+        look.paletteModifier = 90;
+        DisplaySettingsStore::ViewerChoices choices;
+        choices.despeckleLevel = 2;
+        choices.colourScale = true;
+        choices.automaticGridColour = true;
+        choices.feet = true;
+        {
+            QSettings settings(path, QSettings::IniFormat);
+            settings.beginGroup("display");
+            DisplaySettingsStore::write(settings, look);
+            settings.endGroup();
+            settings.beginGroup("viewer");
+            DisplaySettingsStore::writeChoices(settings, choices);
+        }
+        ExportOptions fromFile;
+        fromFile.size = QSize(400, 300);
+        QString error;
+        QVERIFY2(ExportSettingsFile::apply(path, fromFile, error), qPrintable(error));
+
+        ExportOptions viewers = fromFile;
+        viewers.look = look;
+        viewers.despeckleLevel = 2;
+        viewers.clampLevel = choices.clampLevel;
+        viewers.colourScale = viewers.automaticGridColour = viewers.feet = true;
+        const QImage expected = displayPicture(viewers, 3);
+        QCOMPARE(displayPicture(fromFile, 3), expected);
+        // Each choice shows in the picture, so none can be lost unseen.
+        for (bool ExportOptions::*choice :
+            { &ExportOptions::colourScale, &ExportOptions::automaticGridColour, &ExportOptions::feet }) {
+            ExportOptions without = viewers;
+            without.*choice = false;
+            QVERIFY(displayPicture(without, 3) != expected);
+        }
+        QVERIFY(!ExportSettingsFile::apply(folder.filePath("missing.conf"), fromFile, error));
+        QVERIFY(error.contains("missing.conf"));
     }
 
     void refusedWithAClearMessage_data()

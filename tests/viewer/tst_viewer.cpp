@@ -1,6 +1,6 @@
-#include "ConvertedUnit.h"
 #include "DisplaySettingsStore.h"
 #include "FanDisplay.h"
+#include "LinearUnit.h"
 #include "MagnifierRuler.h"
 #include "ZoomDisplay.h"
 #include "RecordingPanel.h"
@@ -35,7 +35,7 @@ using Halcyra::Nereon::NereonImage;
 using namespace Halcyra::Nereon::Sources;
 using TestSupport::describeSettings;
 
-Q_DECLARE_METATYPE(const ConvertedUnit*)
+Q_DECLARE_METATYPE(const LinearUnit*)
 
 namespace {
 
@@ -276,7 +276,7 @@ private slots:
         // Within a pixel's worth of the magnified fan.
         QVERIFY2(std::abs(ruler.getDistance() - expected) < 20.0 / (300.0 * scale.x),
             qPrintable(QString("%1 m, expected %2 m").arg(ruler.getDistance()).arg(expected)));
-        ruler.setDistanceUnit(&ConvertedUnit::feet());
+        ruler.setDistanceUnit(&LinearUnit::feet());
         QCOMPARE(ruler.getLabel(), QString("%1 ft").arg(expected / 0.3048, 0, 'f', 2));
 
         // The line stays on the same fan points when the view moves: its pixels move, its length not.
@@ -296,18 +296,18 @@ private slots:
 
     void unitConversion_data()
     {
-        QTest::addColumn<const ConvertedUnit*>("unit");
+        QTest::addColumn<const LinearUnit*>("unit");
         QTest::addColumn<double>("base");
         QTest::addColumn<double>("converted");
         QTest::addColumn<QString>("symbol");
-        QTest::newRow("metres") << &ConvertedUnit::metres() << 2.5 << 2.5 << "m";
-        QTest::newRow("feet") << &ConvertedUnit::feet() << 100.0 << 328.0839895 << "ft";
-        QTest::newRow("square feet") << &ConvertedUnit::squareFeet() << 1.0 << 10.7639104 << "ft\u00b2";
+        QTest::newRow("metres") << &LinearUnit::metres() << 2.5 << 2.5 << "m";
+        QTest::newRow("feet") << &LinearUnit::feet() << 100.0 << 328.0839895 << "ft";
+        QTest::newRow("square feet") << &LinearUnit::squareFeet() << 1.0 << 10.7639104 << "ft\u00b2";
     }
 
     void unitConversion()
     {
-        QFETCH(const ConvertedUnit*, unit);
+        QFETCH(const LinearUnit*, unit);
         QFETCH(double, base);
         QFETCH(double, converted);
         QVERIFY(std::abs(unit->convertFromBase(base) - converted) < 1e-6);
@@ -355,11 +355,14 @@ private slots:
             << QStringList { "viewer", "fish.aris", "--frame", "3", "--magnify", "8", "--magnify-at", "0,0.5",
                    "--measure", "0,0.4,0.02,0.41" }
             << true << -1 << 0 << true;
+        QTest::newRow("magnifier at a range and bearing")
+            << QStringList { "viewer", "--magnify-at", "16ft,-10deg" } << true << -1 << 0 << true;
         for (const QStringList& refused :
             { QStringList { "--palette", "8" }, { "--beams", "300" }, { "--size", "100x100" }, { "--bogus" },
                 { "--replay", "b.nrec", "--speed", "0" }, { "--replay", "" }, { "a.aris", "b.aris" },
                 { "a.aris", "--replay", "b.aris" }, { "--frame", "2" }, { "a.aris", "--frame", "0" },
                 { "--magnify", "11" }, { "--measure", "1,2" }, { "--magnify-at", "x,1" },
+                { "--magnify-at", "5,-3deg" }, { "--magnify-at", "5m,-300deg" }, { "--magnify-at", "-5m,3deg" },
                 { "--sonar", "1098", "--replay", "b.nrec" }, { "--sonar", " " } })
             QTest::newRow(qPrintable(refused.join(' ')))
                 << QStringList("viewer") + refused << false << -1 << 0 << true;
@@ -382,6 +385,13 @@ private slots:
             QCOMPARE(options.magnifierSteps, 7); // 8x
             QCOMPARE(options.magnifierCentre, QPointF(0, 0.5));
             QCOMPARE(options.measurement, QLineF(0, 0.4, 0.02, 0.41));
+        }
+        if (options.magnifierAtRangeBearing) {
+            QCOMPARE(options.magnifierAt.range, 16 * 0.3048);
+            QCOMPARE(options.magnifierAt.bearing, -10.0);
+            // Port of the centre line, half way out on a fan of twice the range.
+            const QPointF point = ViewerOptions::fanPoint(options.magnifierAt, 2 * 16 * 0.3048);
+            QVERIFY(point.x() < 0 && std::abs(std::hypot(point.x(), point.y()) - 0.5) < 1e-9);
         }
     }
 };
