@@ -216,6 +216,17 @@ void FakeArisSonar::sendFrame()
         const std::string bytes = part.SerializeAsString();
         parts.emplace_back(bytes.data(), int(bytes.size()));
     }
+    if (fault == Fault::FarAheadParts && framesSent == 3) {
+        for (const int stray : { index + 500, 0x7fffffff }) {
+            frame_stream::FramePart part;
+            part.set_frame_index(stray);
+            part.set_total_data_size(total);
+            part.set_data(samples.constData(), std::size_t(std::min<qint64>(options.partSize, sampleCount)));
+            part.set_ack_port(udp->localPort());
+            const std::string bytes = part.SerializeAsString();
+            parts.insert(parts.begin() + std::ptrdiff_t(parts.size() / 2), QByteArray(bytes.data(), int(bytes.size())));
+        }
+    }
     if (fault != Fault::ReverseParts)
         std::reverse(parts.begin(), parts.end());
     queued = std::move(parts);

@@ -38,6 +38,7 @@ public:
         WrongSizePart, ///< one part of each frame claims more data than the frame has
         AbsurdSize, ///< frames claim a size no sonar makes
         OlderFrames, ///< every other frame is numbered as an older one
+        FarAheadParts, ///< amid its third frame, stray parts claim frames 500 on and 2^31 - 1
         Hangs, ///< takes the connection and never reads it
     };
 

@@ -6,6 +6,7 @@
 #include "sources/ArisReader.h"
 #include "sources/ArisSonarList.h"
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QSignalSpy>
 #include <QTest>
@@ -155,6 +156,60 @@ private slots:
         QVERIFY2(matching.size() == 1, qPrintable(session.problems.join('\n')));
         const auto drops = session.source.getStatistics().dropsByReason;
         QVERIFY(std::any_of(drops.begin(), drops.end(), [&](const auto& d) { return d.first.contains(reason) && d.second > 1; }));
+    }
+
+    void strayPartsDoNotStopThePicture_data()
+    {
+        QTest::addColumn<Fault>("fault");
+        QTest::addColumn<QString>("forger"); ///< address of a stranger sending parts, or empty
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("stranger's parts") << Fault::None << "127.0.0.2" << "another address";
+        QTest::newRow("parts from another port") << Fault::None << "127.0.0.1" << "another port";
+        QTest::newRow("sonar's own parts far ahead") << Fault::FarAheadParts << "" << "far ahead";
+    }
+
+    void strayPartsDoNotStopThePicture()
+    {
+        QFETCH(Fault, fault);
+        QFETCH(QString, forger);
+        QFETCH(QString, reason);
+        Session session;
+        session.settings.framePort = freePort();
+        QVERIFY(session.start(fault));
+        session.source.connectToSonar("127.0.0.1", session.settings);
+        QTRY_VERIFY_WITH_TIMEOUT(session.frames.size() >= 2, 10000);
+
+        // A stream of parts claiming the newest frame there can be, as fast as the real ones.
+        QUdpSocket stranger;
+        if (!forger.isEmpty() && !stranger.bind(QHostAddress(forger), 0))
+            QSKIP("no second loopback address to send from");
+        frame_stream::FramePart part;
+        part.set_frame_index(0x7fffffff);
+        part.set_total_data_size(48 * 1024);
+        part.set_data(std::string(1000, '\x55'));
+        const std::string bytes = part.SerializeAsString();
+        const int sentBefore = session.sonar.getFramesSent();
+        const std::size_t receivedBefore = session.frames.size();
+        QElapsedTimer clock;
+        clock.start();
+        while (clock.elapsed() < 2500) {
+            if (!forger.isEmpty())
+                stranger.writeDatagram(bytes.data(), qint64(bytes.size()), QHostAddress::LocalHost, session.settings.framePort);
+            QTest::qWait(5);
+        }
+        // Every frame but the one a stray part cut into arrives, and the link never looked lost.
+        const int sent = session.sonar.getFramesSent() - sentBefore;
+        const int received = int(session.frames.size() - receivedBefore);
+        QVERIFY2(sent >= 5 && received >= sent - 2, qPrintable(QString("%1 of %2 frames").arg(received).arg(sent)));
+        QVERIFY(!session.states.contains(LinkState::Lost));
+        QVERIFY2(!session.problems.filter(reason).isEmpty(), qPrintable(session.problems.join('\n')));
+        ArisReader reader;
+        QVERIFY(reader.open(sampleAris));
+        for (const SourceFrame& live : session.frames) {
+            SourceFrame file;
+            QVERIFY(reader.readFrame(live.index % reader.getFrameCount(), file));
+            QVERIFY(sameFrame(live, file));
+        }
     }
 
     void lostLinksAreSaidAndTriedAgain_data()

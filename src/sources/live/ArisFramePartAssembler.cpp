@@ -10,17 +10,26 @@ namespace Halcyra::Nereon::Sources {
 
 const std::int64_t ArisFramePartAssembler::maximumFrameSize
     = std::int64_t(128) * ArisFrameHeader::maximumSamplesPerBeam;
+const int ArisFramePartAssembler::maximumJump = 1000;
 
 void ArisFramePartAssembler::reset()
 {
     frameIndex = 0;
     lastFinished = 0;
+    olderRun = 0;
+    jumpCandidate = 0;
     totalSize = 0;
     header.clear();
     samples.clear();
     samples.shrink_to_fit();
     parts.clear();
     received = 0;
+}
+
+void ArisFramePartAssembler::countDroppedPart(const QString& reason)
+{
+    ++drops[reason];
+    ++droppedParts;
 }
 
 ArisFramePartAssembler::Result ArisFramePartAssembler::dropPart(Result result, const QString& reason)
@@ -57,11 +66,33 @@ ArisFramePartAssembler::Result ArisFramePartAssembler::add(const QByteArray& dat
     const int index = part.frame_index();
     if (index <= 0)
         return dropPart(result, QStringLiteral("frame part without a frame number"));
-    if (index <= lastFinished || (frameIndex != 0 && index < frameIndex))
-        return dropPart(result, QStringLiteral("part of an older frame"));
     if (part.total_data_size() <= 0 || part.total_data_size() > maximumFrameSize)
         return dropPart(result, QStringLiteral("frame part claims an impossible frame size (%1 bytes)")
                                     .arg(part.total_data_size()));
+    if (index <= lastFinished || (frameIndex != 0 && index < frameIndex)) {
+        // One older frame's parts are late arrivals; a second, later one with nothing newer
+        // between them is the stream itself, and what set the assembler ahead was not.
+        if (olderRun == 0 || index <= olderRun) {
+            olderRun = std::max(olderRun, index);
+            return dropPart(result, QStringLiteral("part of an older frame"));
+        }
+        if (frameIndex != 0)
+            result.abandoned = dropFrame(result, QStringLiteral("frame far ahead of the stream dropped")).reason;
+        lastFinished = index - 1;
+        jumpCandidate = 0;
+    }
+    olderRun = 0;
+    const int reference = std::max(frameIndex, lastFinished);
+    if (reference > 0 && index - std::int64_t(reference) > maximumJump) {
+        // Taken once a part of a later frame, within reach of it, confirms the jump.
+        const bool confirmed
+            = jumpCandidate != 0 && index > jumpCandidate && index - std::int64_t(jumpCandidate) <= maximumJump;
+        if (!confirmed) {
+            jumpCandidate = index;
+            return dropPart(result, QStringLiteral("frame part far ahead of the stream"));
+        }
+    }
+    jumpCandidate = 0;
 
     if (index > frameIndex) {
         // The sonar sends no lost part again: a newer frame means the older one is lost.

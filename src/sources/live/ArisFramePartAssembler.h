@@ -22,12 +22,21 @@ namespace Halcyra::Nereon::Sources {
  * an unfinished one (the sonar does not send lost parts again), parts of older
  * frames are ignored, and sizes beyond the largest frame a sonar makes are refused
  * before anything is allocated: memory stays within one frame.
+ *
+ * No single part can put the assembler out of step with the stream: a part far
+ * ahead of the frames seen is taken only once a part of a later frame confirms the
+ * jump, and when parts of older frames keep coming, from one frame to the next with
+ * nothing newer between them, the assembler follows them (the part that set it
+ * ahead was not the sonar's).
  */
 class ArisFramePartAssembler
 {
 public:
     /// The most samples a frame can hold: 128 beams of the most samples a header allows.
     static const std::int64_t maximumFrameSize;
+    /// The most frames a part may run ahead of the stream unconfirmed: more than a sonar
+    /// sends before a silent link is declared lost.
+    static const int maximumJump;
 
     enum class Outcome
     {
@@ -51,6 +60,8 @@ public:
     Result add(const QByteArray& datagram);
     /// Forgets the frame in progress and which frames were seen (after a reconnection).
     void reset();
+    /// Counts a part refused before it reached the assembler (from a stranger, say).
+    void countDroppedPart(const QString& reason);
 
     /// Frames begun and not completed, and parts not used, by reason.
     const std::map<QString, std::int64_t>& getDrops() const { return drops; }
@@ -64,6 +75,8 @@ private:
 
     int frameIndex = 0; ///< of the frame in progress; 0 for none
     int lastFinished = 0; ///< the newest frame completed or dropped
+    int olderRun = 0; ///< the frame of the last part in a run of parts judged older; 0 for none
+    int jumpCandidate = 0; ///< a frame far ahead, waiting for confirmation; 0 for none
     int totalSize = 0;
     QByteArray header;
     std::vector<std::uint8_t> samples;

@@ -215,6 +215,7 @@ void ArisLiveLink::connected()
     frames->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 8 << 20);
     connect(frames, &QUdpSocket::readyRead, this, &ArisLiveLink::readFrameParts);
     assembler.reset();
+    sonarPort = 0;
     sendStartSequence();
     pingTimer->start();
     sinceFrame.start();
@@ -298,6 +299,7 @@ void ArisLiveLink::linkLost(const QString& why)
     delete frames;
     frames = nullptr;
     assembler.reset();
+    sonarPort = 0;
     {
         const std::lock_guard<std::mutex> lock(mutex);
         ++statistics.reconnections;
@@ -315,7 +317,27 @@ void ArisLiveLink::readFrameParts()
         const QNetworkDatagram datagram = frames->receiveDatagram(65536);
         QElapsedTimer latency;
         latency.start();
+        // The port is open to anyone: only the connected sonar's parts (and, once it has sent
+        // a whole frame, only those from its port) reach the assembler, and only it is acknowledged.
+        QString stranger;
+        if (!datagram.senderAddress().isEqual(address, QHostAddress::TolerantConversion))
+            stranger = QStringLiteral("frame part from another address than the sonar's");
+        else if (sonarPort != 0 && datagram.senderPort() != sonarPort)
+            stranger = QStringLiteral("frame part from another port than the sonar's");
+        if (!stranger.isEmpty()) {
+            {
+                const std::lock_guard<std::mutex> lock(mutex);
+                ++statistics.parts;
+                assembler.countDroppedPart(stranger);
+                statistics.droppedParts = assembler.getDroppedParts();
+                statistics.dropsByReason = assembler.getDrops();
+            }
+            report(stranger);
+            continue;
+        }
         ArisFramePartAssembler::Result result = assembler.add(datagram.data());
+        if (result.outcome == ArisFramePartAssembler::Outcome::Frame && sonarPort == 0)
+            sonarPort = quint16(datagram.senderPort());
         {
             const std::lock_guard<std::mutex> lock(mutex);
             ++statistics.parts;

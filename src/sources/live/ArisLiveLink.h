@@ -56,6 +56,7 @@ private:
     ArisLiveSettings settings;
     QString target; ///< serial number or address
     QHostAddress address;
+    quint16 sonarPort = 0; ///< where the sonar's frame parts come from, once a whole frame came; 0 before
     int systemType = -1; ///< from the beacon; -1 unknown
     bool running = false;
 
