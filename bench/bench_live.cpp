@@ -2,12 +2,14 @@
 // samples at 15 Hz (an ARIS 3000 at its largest common frame), for 6 s a run, with
 // 0, 1 and 5 % of the frame parts lost on the way (argument). Counters: frames
 // the source assembled a second ("fps"), frames dropped against frames sent
-// ("dropped_%"), the GUI thread's CPU a frame that reaches it ("gui_us"), and
+// ("dropped_%"), the GUI thread's CPU a frame that reaches it ("gui_us"),
 // microseconds from reading a frame's last part to the frame leaving the source
-// ("latency_median_us", "latency_p99_us").
+// ("latency_median_us", "latency_p99_us"), and what the process holds after the run
+// beyond what it held before ("rss_growth_MB": the assembler keeps one frame).
 //   bench_live --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 
 #include "FakeArisSonar.h"
+#include "ResidentMemory.h"
 #include "sources/ArisLiveSource.h"
 
 #include <QCoreApplication>
@@ -122,6 +124,7 @@ void BM_LiveStream(benchmark::State& state)
         ArisLiveSettings settings;
         settings.commandPort = port;
         settings.beaconPort = options.beaconPort;
+        const double memoryBefore = ResidentMemory::megabytes();
         const double cpuBefore = threadCpuMicroseconds();
         source.connectToSonar("127.0.0.1", settings);
         QElapsedTimer clock;
@@ -131,6 +134,7 @@ void BM_LiveStream(benchmark::State& state)
         QTimer::singleShot(6000, &loop, &QEventLoop::quit);
         loop.exec();
         const double cpu = threadCpuMicroseconds() - cpuBefore;
+        const double memoryGrowth = ResidentMemory::megabytes() - memoryBefore;
         const ArisLiveSource::Statistics statistics = source.getStatistics();
         int sent = 0;
         QMetaObject::invokeMethod(sonar, [&] { sent = sonar->getFramesSent(); }, Qt::BlockingQueuedConnection);
@@ -142,6 +146,7 @@ void BM_LiveStream(benchmark::State& state)
         state.counters["gui_us"] = arrived > 0 ? cpu / double(arrived) : 0.0;
         state.counters["latency_median_us"] = statistics.latencyMedian;
         state.counters["latency_p99_us"] = statistics.latency99;
+        state.counters["rss_growth_MB"] = memoryGrowth;
     }
 }
 BENCHMARK(BM_LiveStream)->Arg(0)->Arg(1)->Arg(5)->Iterations(1)->Unit(benchmark::kMillisecond);

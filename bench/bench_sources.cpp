@@ -13,6 +13,7 @@
 //
 //   bench_sources --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 
+#include "ResidentMemory.h"
 #include "sources/FrameReader.h"
 #include "sources/RecordingWriter.h"
 
@@ -35,16 +36,6 @@ QTemporaryDir& folder()
 {
     static QTemporaryDir dir;
     return dir;
-}
-
-double residentMegabytes()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind("VmRSS:", 0) == 0)
-            return std::stod(line.substr(6)) / 1024.0;
-    return 0.0;
 }
 
 /// Speckle-like bytes that compress as little as real sonar does.
@@ -121,7 +112,7 @@ QString writeLargeRecording()
 /// Reads every frame of `path` in each iteration, as a replay does.
 void readWhole(benchmark::State& state, const QString& path)
 {
-    const double before = residentMegabytes();
+    const double before = ResidentMemory::megabytes();
     QString error;
     std::unique_ptr<FrameReader> reader = FrameReader::create(path, &error);
     if (!reader) {
@@ -143,7 +134,7 @@ void readWhole(benchmark::State& state, const QString& path)
     state.counters["frames_per_s"] = benchmark::Counter(double(frames), benchmark::Counter::kIsRate);
     state.counters["realtime"]
         = benchmark::Counter(double(frames) / reader->getDescription().frameRate, benchmark::Counter::kIsRate);
-    state.counters["rss_growth_MB"] = residentMegabytes() - before;
+    state.counters["rss_growth_MB"] = ResidentMemory::megabytes() - before;
 }
 
 void BM_ArisSample(benchmark::State& state)
