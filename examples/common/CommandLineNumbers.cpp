@@ -60,7 +60,8 @@ bool toSize(const QString& text, int low, int high, QSize& size)
     const QStringList parts = text.split('x');
     int width = 0;
     int height = 0;
-    if (parts.size() != 2 || !toInteger(parts[0], low, high, width) || !toInteger(parts[1], low, high, height))
+    if (parts.size() != 2 || !toInteger(parts[0], low, high, width)
+        || !toInteger(parts[1], low, high, height))
         return false;
     size = QSize(width, height);
     return true;
@@ -75,7 +76,8 @@ bool toRangeBearing(const QString& text, RangeBearing& point)
     QString bearing = parts[1].trimmed();
     const char* rangeUnit = nullptr;
     const char* bearingUnit = nullptr;
-    if (!stripUnit(range, { "ft", "m" }, &rangeUnit) || !stripUnit(bearing, { "deg", "\u00b0" }, &bearingUnit))
+    if (!stripUnit(range, { "ft", "m" }, &rangeUnit)
+        || !stripUnit(bearing, { "deg", "\u00b0" }, &bearingUnit))
         return false;
     RangeBearing read;
     if (!toNumber(range, 0.0, 1e5, read.range) || !toNumber(bearing, -180.0, 180.0, read.bearing))

@@ -53,8 +53,8 @@ CommandLine parse(const QStringList& arguments)
     parser.addPositionalArgument("INPUT", "The recording.");
     parser.addPositionalArgument("OUTPUT", "The video, or the picture(s): NAME.png.");
     const QCommandLineOption help = parser.addHelpOption();
-    const QCommandLineOption size(
-        "size", "Picture size (default 1280x720). A video's odd width or height is rounded down to even.", "WxH");
+    const QCommandLineOption size("size",
+        "Picture size (default 1280x720). A video's odd width or height is rounded down to even.", "WxH");
     const QCommandLineOption fps("fps", "Video frames per second (default 25).", "N");
     const QCommandLineOption from("from", "Start T seconds after the recording's first frame.", "T");
     const QCommandLineOption to("to", "End T seconds after the recording's first frame.", "T");
@@ -68,10 +68,12 @@ CommandLine parse(const QStringList& arguments)
     const QCommandLineOption clamp("clamp", "Clamp level, 0 to 0.5.", "F");
     const QCommandLineOption feet("feet", "Range labels in feet.");
     const QCommandLineOption colourScale("colour-scale", "Show the colour scale.");
-    const QCommandLineOption autoGrid("auto-grid", "Draw the range grid in a grey that stands out from the palette.");
+    const QCommandLineOption autoGrid(
+        "auto-grid", "Draw the range grid in a grey that stands out from the palette.");
     const QCommandLineOption timestamp("timestamp", "Write the recorded time (UTC) into every picture.");
     const QCommandLineOption frame("frame", "PNG only: save frame N only (the first is 1).", "N");
-    const QCommandLineOption every("every", "PNG only: save every N-th frame, as NAME-000001.png and so on.", "N");
+    const QCommandLineOption every(
+        "every", "PNG only: save every N-th frame, as NAME-000001.png and so on.", "N");
     parser.addOptions({ size, fps, from, to, settings, palette, modifier, despeckle, clamp, feet, colourScale,
         autoGrid, timestamp, frame, every });
     if (!parser.parse(arguments)) {
@@ -109,7 +111,8 @@ CommandLine parse(const QStringList& arguments)
         }
     }
     if (video && (parser.isSet(frame) || parser.isSet(every))) {
-        line.error = "--frame and --every save pictures: give a NAME.png output (a video takes --from and --to)";
+        line.error
+            = "--frame and --every save pictures: give a NAME.png output (a video takes --from and --to)";
         return line;
     }
     if (parser.isSet(fps) && !toNumber(parser.value(fps), 1, 240, o.framesPerSecond))

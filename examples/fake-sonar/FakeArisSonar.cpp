@@ -224,7 +224,8 @@ void FakeArisSonar::sendFrame()
             part.set_data(samples.constData(), std::size_t(std::min<qint64>(options.partSize, sampleCount)));
             part.set_ack_port(udp->localPort());
             const std::string bytes = part.SerializeAsString();
-            parts.insert(parts.begin() + std::ptrdiff_t(parts.size() / 2), QByteArray(bytes.data(), int(bytes.size())));
+            parts.insert(parts.begin() + std::ptrdiff_t(parts.size() / 2),
+                QByteArray(bytes.data(), int(bytes.size())));
         }
     }
     if (fault != Fault::ReverseParts)

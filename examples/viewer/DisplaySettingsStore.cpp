@@ -96,7 +96,8 @@ ViewerChoices readChoices(const QSettings& settings, const ViewerChoices& fallba
     choices.despeckleLevel = readNumber<int>(settings, "despeckleLevel", fallback.despeckleLevel, 0, 9);
     choices.clampLevel = readNumber<double>(settings, "clampLevel", fallback.clampLevel, 0.0, 0.5);
     choices.colourScale = settings.value("colourScale", fallback.colourScale).toBool();
-    choices.automaticGridColour = settings.value("automaticGridColour", fallback.automaticGridColour).toBool();
+    choices.automaticGridColour
+        = settings.value("automaticGridColour", fallback.automaticGridColour).toBool();
     choices.feet = readNumber<int>(settings, "distanceUnit", fallback.feet ? 1 : 0, 0, 1) == 1;
     choices.squareFeet = readNumber<int>(settings, "areaUnit", fallback.squareFeet ? 1 : 0, 0, 1) == 1;
     return choices;

@@ -12,8 +12,8 @@
 #include "sources/ArisLiveSource.h"
 #endif
 #include "RecordingPanel.h"
-#include "sources/FrameReader.h"
 #include "SimulatedSonar.h"
+#include "sources/FrameReader.h"
 
 #include "ZoomDisplay.h"
 #include "ZoomableFanDisplay.h"
@@ -773,8 +773,8 @@ void MainWindow::startCommandLineRecording()
             = Halcyra::Nereon::Sources::FrameReader::create(options.replayPath);
         if (reader && options.replayFrame >= reader->getFrameCount()) {
             std::fprintf(stderr, "nereon-viewer: %s\n",
-                qPrintable(CommandLineNumbers::missingFrame(
-                    QFileInfo(options.replayPath).fileName(), reader->getFrameCount(), options.replayFrame + 1)));
+                qPrintable(CommandLineNumbers::missingFrame(QFileInfo(options.replayPath).fileName(),
+                    reader->getFrameCount(), options.replayFrame + 1)));
             QTimer::singleShot(0, this, [] { QCoreApplication::exit(1); });
             return;
         }

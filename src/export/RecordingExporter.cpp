@@ -4,9 +4,9 @@
 #include "export/VideoEncoder.h"
 #include "sources/FrameReader.h"
 
+#include <QBuffer>
 #include <QDateTime>
 #include <QDir>
-#include <QBuffer>
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QPainter>
@@ -100,7 +100,8 @@ bool RecordingExporter::start(const QString& input, const QString& output, const
                         .arg(double(end) / 1e6, 0, 'f', 1)
                         .arg(options.from));
     if (s.fromTime > s.toTime)
-        return fail(QStringLiteral("%1: the part from %2 s to %3 s is empty").arg(QFileInfo(input).fileName())
+        return fail(QStringLiteral("%1: the part from %2 s to %3 s is empty")
+                        .arg(QFileInfo(input).fileName())
                         .arg(options.from)
                         .arg(options.to));
     s.firstFrame = reader.findFrame(s.firstTimestamp + s.fromTime);

@@ -38,7 +38,8 @@ QString createTemporary(const QString& path, QString& error)
     for (int attempt = 0; attempt < 100; ++attempt) {
         const QString name = info.absoluteDir().filePath(
             QStringLiteral(".%1.%2-%3.part").arg(info.fileName()).arg(getpid()).arg(attempt));
-        const int fd = ::open(QFile::encodeName(name).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        const int fd
+            = ::open(QFile::encodeName(name).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd >= 0) {
             ::close(fd);
             return name;

@@ -163,9 +163,12 @@ private slots:
         QTest::addColumn<Fault>("fault");
         QTest::addColumn<QString>("forger"); ///< address of a stranger sending parts, or empty
         QTest::addColumn<QString>("reason");
-        QTest::newRow("stranger's parts") << Fault::None << "127.0.0.2" << "another address";
-        QTest::newRow("parts from another port") << Fault::None << "127.0.0.1" << "another port";
-        QTest::newRow("sonar's own parts far ahead") << Fault::FarAheadParts << "" << "far ahead";
+        QTest::newRow("stranger's parts") << Fault::None << "127.0.0.2"
+                                          << "another address";
+        QTest::newRow("parts from another port") << Fault::None << "127.0.0.1"
+                                                 << "another port";
+        QTest::newRow("sonar's own parts far ahead") << Fault::FarAheadParts << ""
+                                                     << "far ahead";
     }
 
     void strayPartsDoNotStopThePicture()
@@ -194,13 +197,15 @@ private slots:
         clock.start();
         while (clock.elapsed() < 2500) {
             if (!forger.isEmpty())
-                stranger.writeDatagram(bytes.data(), qint64(bytes.size()), QHostAddress::LocalHost, session.settings.framePort);
+                stranger.writeDatagram(
+                    bytes.data(), qint64(bytes.size()), QHostAddress::LocalHost, session.settings.framePort);
             QTest::qWait(5);
         }
         // Every frame but the one a stray part cut into arrives, and the link never looked lost.
         const int sent = session.sonar.getFramesSent() - sentBefore;
         const int received = int(session.frames.size() - receivedBefore);
-        QVERIFY2(sent >= 5 && received >= sent - 2, qPrintable(QString("%1 of %2 frames").arg(received).arg(sent)));
+        QVERIFY2(sent >= 5 && received >= sent - 2,
+            qPrintable(QString("%1 of %2 frames").arg(received).arg(sent)));
         QVERIFY(!session.states.contains(LinkState::Lost));
         QVERIFY2(!session.problems.filter(reason).isEmpty(), qPrintable(session.problems.join('\n')));
         ArisReader reader;

@@ -77,7 +77,8 @@ ArisFramePartAssembler::Result ArisFramePartAssembler::add(const QByteArray& dat
             return dropPart(result, QStringLiteral("part of an older frame"));
         }
         if (frameIndex != 0)
-            result.abandoned = dropFrame(result, QStringLiteral("frame far ahead of the stream dropped")).reason;
+            result.abandoned
+                = dropFrame(result, QStringLiteral("frame far ahead of the stream dropped")).reason;
         lastFinished = index - 1;
         jumpCandidate = 0;
     }
@@ -85,8 +86,8 @@ ArisFramePartAssembler::Result ArisFramePartAssembler::add(const QByteArray& dat
     const int reference = std::max(frameIndex, lastFinished);
     if (reference > 0 && index - std::int64_t(reference) > maximumJump) {
         // Taken once a part of a later frame, within reach of it, confirms the jump.
-        const bool confirmed
-            = jumpCandidate != 0 && index > jumpCandidate && index - std::int64_t(jumpCandidate) <= maximumJump;
+        const bool confirmed = jumpCandidate != 0 && index > jumpCandidate
+            && index - std::int64_t(jumpCandidate) <= maximumJump;
         if (!confirmed) {
             jumpCandidate = index;
             return dropPart(result, QStringLiteral("frame part far ahead of the stream"));
