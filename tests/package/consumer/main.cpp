@@ -2,10 +2,10 @@
 // reads it back through the frame-source library, shows a frame and checks that
 // the fan was drawn.
 #include <FanDisplay.h>
+#include <LinearUnit.h>
 #include <nereon/NereonImage.h>
 #include <sources/FrameReader.h>
 #include <sources/RecordingWriter.h>
-#include <units/AbstractUnit.h>
 
 #include <QApplication>
 #include <QImage>
@@ -15,21 +15,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-
-namespace {
-
-class Metres : public Halcyra::DataProcessing::Units::AbstractUnit
-{
-public:
-    double convertToBase(double value) const override { return value; }
-    double getFactorFromBase() const override { return 1.0; }
-    double convertFromBase(double value) const override { return value; }
-    std::string getName() const override { return "metres"; }
-    bool isBaseUnit() const override { return true; }
-    std::string getSymbol() const override { return "m"; }
-};
-
-} // namespace
 
 int main(int argc, char* argv[])
 {
@@ -46,9 +31,11 @@ int main(int argc, char* argv[])
     }
 
     QApplication application(argc, argv);
-    Metres metres;
+    using Halcyra::Nereon::Visualisation::LinearUnit;
     Halcyra::Nereon::Visualisation::FanDisplay display;
-    display.setDistanceUnit(&metres);
+    // The package's own units: none to write before the first label.
+    display.setDistanceUnit(&LinearUnit::feet());
+    display.setAreaUnit(&LinearUnit::squareFeet());
     display.resize(400, 300);
     display.show();
 
