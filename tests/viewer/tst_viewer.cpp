@@ -2,18 +2,23 @@
 #include "DisplaySettingsStore.h"
 #include "FanDisplay.h"
 #include "MagnifierRuler.h"
+#include "MainWindow.h"
 #include "ZoomDisplay.h"
 #include "RecordingPanel.h"
 #include "sources/RecordingReader.h"
 #include "sources/RecordingWriter.h"
 #include "SimulatedSonar.h"
 #include "SonarScene.h"
+#include "SourceStatus.h"
 #include "ViewerOptions.h"
 
 #include "GlTestSupport.h"
 #include "SettingsText.h"
 
 #include <QApplication>
+#include <QDockWidget>
+#include <QLabel>
+#include <QScreen>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QPushButton>
@@ -36,6 +41,7 @@ using namespace Halcyra::Nereon::Sources;
 using TestSupport::describeSettings;
 
 Q_DECLARE_METATYPE(const ConvertedUnit*)
+Q_DECLARE_METATYPE(SourceStatus::Source)
 
 namespace {
 
@@ -333,6 +339,170 @@ private slots:
         settings.setValue("scale", QVariantList { 1.0, 2.0 });
         settings.setValue("rotation", "sideways");
         QCOMPARE(describeSettings(DisplaySettingsStore::read(settings, look)), describeSettings(look));
+    }
+
+    void sourceStatus_data()
+    {
+        using Source = SourceStatus::Source;
+        QTest::addColumn<Source>("source");
+        QTest::addColumn<bool>("paused");
+        QTest::addColumn<bool>("ended");
+        QTest::addColumn<int>("frames");
+        QTest::addColumn<double>("interval"); // milliseconds between frames
+        QTest::addColumn<int>("quiet"); // milliseconds since the last frame
+        QTest::addColumn<QString>("link");
+        QTest::addColumn<bool>("receiving");
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<QString>("serial");
+        QTest::addColumn<int>("dropped");
+        QTest::addColumn<QString>("text");
+        const QString none;
+        QTest::newRow("simulated") << Source::Simulated << false << false << 20 << 66.7 << 10 << none << false
+                                   << none << none << 0 << "Simulated sonar \u00b7 15 frames/s";
+        QTest::newRow("simulated, not pinging") << Source::Simulated << true << false << 20 << 66.7 << 10 << none
+                                                << false << none << none << 0 << "Simulated sonar \u00b7 stopped";
+        QTest::newRow("replay paused on one frame") << Source::Replay << true << false << 1 << 0.0 << 5000 << none
+                                                    << false << none << none << 0 << "Replay \u00b7 paused";
+        QTest::newRow("replay whose frames stopped coming") << Source::Replay << false << false << 10 << 100.0
+                                                            << 2000 << none << false << none << none << 0
+                                                            << "Replay \u00b7 waiting for frames";
+        QTest::newRow("replay slower than a frame a second") << Source::Replay << false << false << 3 << 5000.0
+                                                             << 100 << none << false << none << none << 0
+                                                             << "Replay \u00b7 0.2 frames/s";
+        QTest::newRow("replay at its end") << Source::Replay << true << true << 5 << 100.0 << 10 << none << false
+                                           << none << none << 0 << "Replay \u00b7 at the end";
+        QTest::newRow("live") << Source::Live << false << false << 20 << 153.85 << 10 << "Receiving from 127.0.0.1"
+                              << true << "ARIS 1200" << "1098" << 0
+                              << "ARIS 1200, serial 1098 \u00b7 Receiving from 127.0.0.1 \u00b7 6.5 frames/s";
+        QTest::newRow("live link lost") << Source::Live << false << false << 20 << 100.0 << 2500
+                                        << "Link lost (no frames); trying again" << false << "ARIS 3000" << none
+                                        << 3
+                                        << "ARIS 3000 \u00b7 Link lost (no frames); trying again \u00b7 3 frames dropped";
+        QTest::newRow("live before the sonar is known") << Source::Live << false << false << 0 << 0.0 << 0
+                                                        << "Listening for sonar 1098" << false << none << none << 0
+                                                        << "Listening for sonar 1098";
+    }
+
+    void sourceStatus()
+    {
+        QFETCH(SourceStatus::Source, source);
+        QFETCH(int, frames);
+        QFETCH(double, interval);
+        QFETCH(int, quiet);
+        QFETCH(QString, link);
+        QFETCH(bool, receiving);
+        QFETCH(QString, model);
+        QFETCH(QString, serial);
+        QFETCH(int, dropped);
+        QFETCH(bool, ended);
+        QFETCH(bool, paused);
+
+        // Whatever the previous source said is forgotten.
+        SourceStatus status;
+        status.setSource(SourceStatus::Source::Live);
+        status.setSonar("ARIS 1800", "7");
+        status.setLink("old", true);
+        status.frameShown(0, 1);
+        status.setSource(source);
+        QVERIFY(status.getTimeText().isEmpty());
+
+        const qint64 start = 1000000;
+        qint64 now = start;
+        for (int i = 0; i < frames; ++i) {
+            now = start + qint64(std::lround(i * interval));
+            status.frameShown(now);
+        }
+        status.setPaused(paused);
+        status.setEnded(ended);
+        status.setLink(link, receiving);
+        status.setSonar(model, serial);
+        status.setDroppedFrames(dropped);
+        QTEST(status.getText(now + quiet), "text");
+
+        // A frame sought back to after the end is no longer at the end; its time is shown.
+        status.frameShown(now + quiet, 1714566896789000);
+        QVERIFY(!status.getText(now + quiet).contains("end"));
+        QCOMPARE(status.getTimeText(), QString("2024-05-01 12:34:56.789 UTC"));
+    }
+
+    void windowFitsLaptopScreen()
+    {
+        // Sized for the screen it opens on, as at a first start.
+        ViewerOptions options;
+        options.useSavedSettings = false;
+        MainWindow window(options);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        const QRect available = window.screen()->availableGeometry();
+        QVERIFY2(available.contains(window.frameGeometry()),
+            qPrintable(QString("window %1x%2 on %3x%4")
+                           .arg(window.frameGeometry().width())
+                           .arg(window.frameGeometry().height())
+                           .arg(available.width())
+                           .arg(available.height())));
+        // With a task bar and a window manager's title bar, the smallest window still fits.
+        QVERIFY2(window.minimumSizeHint().height() <= available.height() - 80,
+            qPrintable(QString("at least %1 pixels high").arg(window.minimumSizeHint().height())));
+
+        const auto squeezed = [](const QWidget* widget) {
+            const QSize least = widget->minimumSizeHint().expandedTo(widget->minimumSize());
+            return widget->width() < least.width() || widget->height() < least.height();
+        };
+        QVERIFY(!squeezed(window.centralWidget()));
+        int docksShown = 0;
+        for (QDockWidget* dock : window.findChildren<QDockWidget*>()) {
+            if (dock->visibleRegion().isEmpty())
+                continue; // a tab behind another
+            ++docksShown;
+            QVERIFY2(!squeezed(dock) && !squeezed(dock->widget()), qPrintable(dock->windowTitle()));
+        }
+        QCOMPARE(docksShown, 3); // magnifier, recording, and the display's controls in front of the sonar's
+    }
+
+    void windowFollowsItsSource()
+    {
+        ViewerOptions options;
+        options.useSavedSettings = false;
+        MainWindow window(options);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        auto* sourceLabel = window.findChild<QLabel*>("sourceLabel");
+        auto* timeLabel = window.findChild<QLabel*>("timeLabel");
+        auto* sonarDock = window.findChild<QDockWidget*>("sonarDock");
+        auto* panel = window.findChild<RecordingPanel*>();
+        QTRY_COMPARE(sourceLabel->text().left(18), QString("Simulated sonar \u00b7 "));
+        QVERIFY(!sonarDock->isHidden());
+        QVERIFY(timeLabel->text().isEmpty()); // the simulated sonar's frames have no time
+
+        // The magnifier says how much it magnifies, and stops at its last step.
+        auto* zoomIn = window.findChild<QPushButton*>("magnifierZoomIn");
+        auto* factor = window.findChild<QLabel*>("magnifierZoomLabel");
+        QCOMPARE(factor->text(), QString("\u00d74"));
+        zoomIn->click();
+        QCOMPARE(factor->text(), QString("\u00d74.5"));
+        for (int i = 0; i < 10; ++i)
+            zoomIn->click();
+        QCOMPARE(factor->text(), QString("\u00d710"));
+
+        // A replay opened at a frame: paused, with that frame's recorded time; no sonar controls.
+        QTemporaryDir folder;
+        const QString path = folder.filePath("timed.nrec");
+        {
+            RecordingWriter writer;
+            QVERIFY(writer.open(path, 1714566896000)); // 2024-05-01 12:34:56 UTC
+            SonarScene scene(SonarConfiguration {});
+            for (int i = 0; i < 3; ++i)
+                QVERIFY(writer.write(scene.renderFrame(i / 15.0), i * 250000));
+        }
+        panel->openRecording(path, 1.0, 1);
+        QTRY_COMPARE(timeLabel->text(), QString("2024-05-01 12:34:56.250 UTC"));
+        QCOMPARE(sourceLabel->text(), QString("Replay \u00b7 paused"));
+        QVERIFY(sonarDock->isHidden());
+
+        panel->returnToLive();
+        QVERIFY(!sonarDock->isHidden());
+        QVERIFY(timeLabel->text().isEmpty());
+        QTRY_COMPARE(sourceLabel->text().left(18), QString("Simulated sonar \u00b7 "));
     }
 
     void commandLine_data()
