@@ -146,6 +146,9 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
     timeLabel->setToolTip(tr("When the frame shown was taken"));
     sourceLabel = new QLabel;
     sourceLabel->setObjectName("sourceLabel");
+    // Apart, so that the time and the source do not read as one sentence.
+    timeLabel->setContentsMargins(8, 0, 8, 0);
+    sourceLabel->setContentsMargins(8, 0, 4, 0);
     statusBar()->addWidget(positionLabel, 1);
     statusBar()->addPermanentWidget(timeLabel);
     statusBar()->addPermanentWidget(sourceLabel);

@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDateTime>
+#include <QRegularExpression>
 #include <QStringList>
 
 #include <algorithm>
@@ -56,7 +57,9 @@ void SourceStatus::setLink(const QString& message, bool frames)
 void SourceStatus::setSonar(const QString& sonarModel, const QString& serial)
 {
     model = sonarModel;
-    serialNumber = serial;
+    // A sonar reached by its address may report the address in place of its serial number.
+    static const QRegularExpression digits(QStringLiteral("^\\d+$"));
+    serialNumber = digits.match(serial).hasMatch() ? serial : QString();
 }
 
 void SourceStatus::setDroppedFrames(qint64 dropped)

@@ -31,7 +31,8 @@ public:
     void setEnded(bool ended);
     /// The live link in words ("Receiving from 10.0.0.3") and whether frames are coming.
     void setLink(const QString& message, bool receiving);
-    /// The live sonar's model and serial number; either may be empty.
+    /// The live sonar's model and serial number; either may be empty, and a serial number
+    /// that is not a number is left out.
     void setSonar(const QString& model, const QString& serialNumber);
     void setDroppedFrames(qint64 dropped);
 

@@ -378,6 +378,9 @@ private slots:
                                         << "Link lost (no frames); trying again" << false << "ARIS 3000" << none
                                         << 3
                                         << "ARIS 3000 \u00b7 Link lost (no frames); trying again \u00b7 3 frames dropped";
+        QTest::newRow("live, an address for a serial number")
+            << Source::Live << false << false << 0 << 0.0 << 0 << "Connected to 10.0.0.5; waiting for frames"
+            << false << "ARIS" << "10.0.0.5" << 1 << "ARIS \u00b7 Connected to 10.0.0.5; waiting for frames \u00b7 1 frame dropped";
         QTest::newRow("live before the sonar is known") << Source::Live << false << false << 0 << 0.0 << 0
                                                         << "Listening for sonar 1098" << false << none << none << 0
                                                         << "Listening for sonar 1098";
