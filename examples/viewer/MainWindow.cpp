@@ -800,8 +800,8 @@ void MainWindow::createRecordingDock()
         status.setPaused(!playing);
         showSourceStatus();
     });
-    connect(recordingPanel, &RecordingPanel::replayStopped, this, [this] {
-        status.setEnded(true);
+    connect(recordingPanel, &RecordingPanel::replayStopped, this, [this](qint64 damageOffset) {
+        status.setStopped(damageOffset < 0 ? tr("at the end") : tr("stopped at damage"));
         showSourceStatus();
     });
     connect(recordingPanel, &RecordingPanel::replayStopped, this, &MainWindow::replayStopped);
@@ -913,6 +913,8 @@ void MainWindow::replayStopped(qint64 damageOffset, const QString& description)
 
 void MainWindow::replayFailed(const QString& message)
 {
+    status.setStopped(tr("cannot be read"));
+    showSourceStatus();
     std::fprintf(stderr, "Cannot replay %s: %s\n", qPrintable(options.replayPath), qPrintable(message));
     if (commandLineReplay)
         QCoreApplication::exit(1);

@@ -28,7 +28,7 @@ void SourceStatus::setSource(Source newSource)
 {
     source = newSource;
     paused = false;
-    ended = false;
+    stopped.clear();
     linkMessage.clear();
     receiving = false;
     model.clear();
@@ -43,9 +43,9 @@ void SourceStatus::setPaused(bool on)
     paused = on;
 }
 
-void SourceStatus::setEnded(bool on)
+void SourceStatus::setStopped(const QString& why)
 {
-    ended = on;
+    stopped = why;
 }
 
 void SourceStatus::setLink(const QString& message, bool frames)
@@ -70,7 +70,7 @@ void SourceStatus::setDroppedFrames(qint64 dropped)
 void SourceStatus::frameShown(qint64 now, qint64 taken)
 {
     // A frame after the end is one sought back to.
-    ended = false;
+    stopped.clear();
     frameTime = taken;
     shownAt.push_back(now);
     // The last two stay whatever their age, so that a source slower than the window still has a rate.
@@ -100,7 +100,7 @@ QString SourceStatus::getText(qint64 now) const
         parts << tr("Simulated sonar") << (paused ? tr("stopped") : flowing);
         break;
     case Source::Replay:
-        parts << tr("Replay") << (ended ? tr("at the end") : paused ? tr("paused") : flowing);
+        parts << tr("Replay") << (!stopped.isEmpty() ? stopped : paused ? tr("paused") : flowing);
         break;
     case Source::Live: {
         QString sonar = model;
@@ -112,7 +112,8 @@ QString SourceStatus::getText(qint64 now) const
         if (receiving && rate > 0.0)
             parts << formatRate(rate);
         if (droppedFrames > 0)
-            parts << (droppedFrames == 1 ? tr("1 frame dropped") : tr("%1 frames dropped").arg(droppedFrames));
+            parts << (droppedFrames == 1 ? tr("1 frame dropped")
+                                         : tr("%1 frames dropped").arg(droppedFrames));
         break;
     }
     }

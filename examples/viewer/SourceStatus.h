@@ -27,8 +27,8 @@ public:
     Source getSource() const { return source; }
     /// The simulated sonar stopped pinging, or the replay is paused.
     void setPaused(bool paused);
-    /// The replay has no further frame to give (its end, or damage).
-    void setEnded(bool ended);
+    /// The replay gives no further frame, and why ("at the end"); empty while it can go on.
+    void setStopped(const QString& why);
     /// The live link in words ("Receiving from 10.0.0.3") and whether frames are coming.
     void setLink(const QString& message, bool receiving);
     /// The live sonar's model and serial number; either may be empty, and a serial number
@@ -51,7 +51,7 @@ public:
 private:
     Source source = Source::Simulated;
     bool paused = false;
-    bool ended = false;
+    QString stopped;
     QString linkMessage;
     bool receiving = false;
     QString model;

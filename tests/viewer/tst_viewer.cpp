@@ -346,7 +346,7 @@ private slots:
         using Source = SourceStatus::Source;
         QTest::addColumn<Source>("source");
         QTest::addColumn<bool>("paused");
-        QTest::addColumn<bool>("ended");
+        QTest::addColumn<QString>("stopped");
         QTest::addColumn<int>("frames");
         QTest::addColumn<double>("interval"); // milliseconds between frames
         QTest::addColumn<int>("quiet"); // milliseconds since the last frame
@@ -357,33 +357,39 @@ private slots:
         QTest::addColumn<int>("dropped");
         QTest::addColumn<QString>("text");
         const QString none;
-        QTest::newRow("simulated") << Source::Simulated << false << false << 20 << 66.7 << 10 << none << false
+        QTest::newRow("simulated") << Source::Simulated << false << none << 20 << 66.7 << 10 << none << false
                                    << none << none << 0 << "Simulated sonar \u00b7 15 frames/s";
-        QTest::newRow("simulated, not pinging") << Source::Simulated << true << false << 20 << 66.7 << 10 << none
-                                                << false << none << none << 0 << "Simulated sonar \u00b7 stopped";
-        QTest::newRow("replay paused on one frame") << Source::Replay << true << false << 1 << 0.0 << 5000 << none
-                                                    << false << none << none << 0 << "Replay \u00b7 paused";
-        QTest::newRow("replay whose frames stopped coming") << Source::Replay << false << false << 10 << 100.0
-                                                            << 2000 << none << false << none << none << 0
-                                                            << "Replay \u00b7 waiting for frames";
-        QTest::newRow("replay slower than a frame a second") << Source::Replay << false << false << 3 << 5000.0
-                                                             << 100 << none << false << none << none << 0
-                                                             << "Replay \u00b7 0.2 frames/s";
-        QTest::newRow("replay at its end") << Source::Replay << true << true << 5 << 100.0 << 10 << none << false
-                                           << none << none << 0 << "Replay \u00b7 at the end";
-        QTest::newRow("live") << Source::Live << false << false << 20 << 153.85 << 10 << "Receiving from 127.0.0.1"
-                              << true << "ARIS 1200" << "1098" << 0
+        QTest::newRow("simulated, not pinging")
+            << Source::Simulated << true << none << 20 << 66.7 << 10 << none << false << none << none << 0
+            << "Simulated sonar \u00b7 stopped";
+        QTest::newRow("replay paused on one frame")
+            << Source::Replay << true << none << 1 << 0.0 << 5000 << none << false << none << none << 0
+            << "Replay \u00b7 paused";
+        QTest::newRow("replay whose frames stopped coming")
+            << Source::Replay << false << none << 10 << 100.0 << 2000 << none << false << none << none << 0
+            << "Replay \u00b7 waiting for frames";
+        QTest::newRow("replay slower than a frame a second")
+            << Source::Replay << false << none << 3 << 5000.0 << 100 << none << false << none << none << 0
+            << "Replay \u00b7 0.2 frames/s";
+        QTest::newRow("replay at its end")
+            << Source::Replay << true << "at the end" << 5 << 100.0 << 10 << none << false << none << none
+            << 0 << "Replay \u00b7 at the end";
+        QTest::newRow("live") << Source::Live << false << none << 20 << 153.85 << 10
+                              << "Receiving from 127.0.0.1" << true << "ARIS 1200"
+                              << "1098" << 0
                               << "ARIS 1200, serial 1098 \u00b7 Receiving from 127.0.0.1 \u00b7 6.5 frames/s";
-        QTest::newRow("live link lost") << Source::Live << false << false << 20 << 100.0 << 2500
-                                        << "Link lost (no frames); trying again" << false << "ARIS 3000" << none
-                                        << 3
-                                        << "ARIS 3000 \u00b7 Link lost (no frames); trying again \u00b7 3 frames dropped";
+        QTest::newRow("live link lost")
+            << Source::Live << false << none << 20 << 100.0 << 2500 << "Link lost (no frames); trying again"
+            << false << "ARIS 3000" << none << 3
+            << "ARIS 3000 \u00b7 Link lost (no frames); trying again \u00b7 3 frames dropped";
         QTest::newRow("live, an address for a serial number")
-            << Source::Live << false << false << 0 << 0.0 << 0 << "Connected to 10.0.0.5; waiting for frames"
-            << false << "ARIS" << "10.0.0.5" << 1 << "ARIS \u00b7 Connected to 10.0.0.5; waiting for frames \u00b7 1 frame dropped";
-        QTest::newRow("live before the sonar is known") << Source::Live << false << false << 0 << 0.0 << 0
-                                                        << "Listening for sonar 1098" << false << none << none << 0
-                                                        << "Listening for sonar 1098";
+            << Source::Live << false << none << 0 << 0.0 << 0 << "Connected to 10.0.0.5; waiting for frames"
+            << false << "ARIS"
+            << "10.0.0.5" << 1
+            << "ARIS \u00b7 Connected to 10.0.0.5; waiting for frames \u00b7 1 frame dropped";
+        QTest::newRow("live before the sonar is known")
+            << Source::Live << false << none << 0 << 0.0 << 0 << "Listening for sonar 1098" << false << none
+            << none << 0 << "Listening for sonar 1098";
     }
 
     void sourceStatus()
@@ -397,7 +403,7 @@ private slots:
         QFETCH(QString, model);
         QFETCH(QString, serial);
         QFETCH(int, dropped);
-        QFETCH(bool, ended);
+        QFETCH(QString, stopped);
         QFETCH(bool, paused);
 
         // Whatever the previous source said is forgotten.
@@ -416,7 +422,7 @@ private slots:
             status.frameShown(now);
         }
         status.setPaused(paused);
-        status.setEnded(ended);
+        status.setStopped(stopped);
         status.setLink(link, receiving);
         status.setSonar(model, serial);
         status.setDroppedFrames(dropped);
@@ -424,7 +430,8 @@ private slots:
 
         // A frame sought back to after the end is no longer at the end; its time is shown.
         status.frameShown(now + quiet, 1714566896789000);
-        QVERIFY(!status.getText(now + quiet).contains("end"));
+        if (!stopped.isEmpty())
+            QVERIFY(!status.getText(now + quiet).contains(stopped));
         QCOMPARE(status.getTimeText(), QString("2024-05-01 12:34:56.789 UTC"));
     }
 
