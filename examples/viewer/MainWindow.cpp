@@ -36,6 +36,7 @@
 #include <QMimeData>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QResizeEvent>
 #include <QScreen>
 #include <QScrollArea>
 #include <QSettings>
@@ -115,7 +116,7 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
     setCorner(Qt::BottomRightCorner, Qt::RightDockWidgetArea);
 
     // Left: what is looked at while measuring; the magnifier takes the height the recording leaves.
-    auto* magnifierDock = new QDockWidget(tr("Magnifier"), this);
+    magnifierDock = new QDockWidget(tr("Magnifier"), this);
     magnifierDock->setObjectName("magnifierDock");
     magnifierDock->setWidget(createMagnifierPanel());
     addDockWidget(Qt::LeftDockWidgetArea, magnifierDock);
@@ -518,6 +519,17 @@ void MainWindow::setZoomLevel(double level)
 
 bool MainWindow::eventFilter(QObject* watched, QEvent* event)
 {
+    // The magnifier keeps a fan unit's size in pixels when resized, which slides the spot it shows
+    // off its centre; as the recording panel below it grows and shrinks, keep that spot in the middle.
+    if (watched == magnifier && event->type() == QEvent::Resize
+        && !static_cast<QResizeEvent*>(event)->size().isEmpty() && !magnifier->size().isEmpty()) {
+        const QPointF spot = magnifier->getCurrentProjection().inverted().map(QPointF(0.0, 0.0));
+        // The magnifier's own handling first (QObject::event is public where QWidget's is not).
+        static_cast<QObject*>(magnifier)->event(event);
+        const QPointF moved = magnifier->getCurrentProjection().map(spot);
+        magnifier->pan(float(-moved.x()), float(-moved.y()), false);
+        return true;
+    }
     if (event->type() == QEvent::Wheel) {
         const int delta = static_cast<QWheelEvent*>(event)->angleDelta().y();
         if (delta == 0)
@@ -784,10 +796,10 @@ void MainWindow::createMenus()
 void MainWindow::createRecordingDock()
 {
     recordingPanel = new RecordingPanel;
-    auto* dock = new QDockWidget(tr("Recording"), this);
-    dock->setObjectName("recordingDock");
-    dock->setWidget(recordingPanel);
-    addDockWidget(Qt::LeftDockWidgetArea, dock);
+    recordingDock = new QDockWidget(tr("Recording"), this);
+    recordingDock->setObjectName("recordingDock");
+    recordingDock->setWidget(recordingPanel);
+    addDockWidget(Qt::LeftDockWidgetArea, recordingDock);
 
     connect(recordingPanel, &RecordingPanel::frameReplayed, this, [this](const NereonImage& image) {
         ++framesReplayed;
@@ -890,7 +902,10 @@ void MainWindow::fitToScreen()
     const QRect available = screen()->availableGeometry();
     // The title bar and frame are not known before the window is shown: leave room for a generous one.
     const QSize room = available.size() - QSize(16, 48);
-    resize(QSize(1280, 800).boundedTo(room).expandedTo(minimumSizeHint()));
+    // Width beyond the side columns goes to the fan.
+    resize(QSize(1440, 900).boundedTo(room).expandedTo(minimumSizeHint()));
+    // The recording panel gets the height of its controls; the magnifier, where fish are measured, the rest.
+    resizeDocks({ magnifierDock, recordingDock }, { height(), 0 }, Qt::Vertical);
 }
 
 void MainWindow::replayStopped(qint64 damageOffset, const QString& description)

@@ -149,6 +149,8 @@ private:
     QCheckBox* pingingBox = nullptr;
 
     QDockWidget* sonarDock = nullptr;
+    QDockWidget* magnifierDock = nullptr;
+    QDockWidget* recordingDock = nullptr;
     QLabel* magnifierZoomLabel = nullptr;
     int magnifierLevel = 0; ///< index into the magnifier's table of factors
     RecordingPanel* recordingPanel = nullptr;

@@ -493,6 +493,15 @@ private slots:
         for (int i = 0; i < 10; ++i)
             zoomIn->click();
         QCOMPARE(factor->text(), QString("\u00d710"));
+        // A shorter magnifier still shows the same spot in its middle.
+        ZoomDisplay* magnifier = static_cast<FanDisplay*>(window.centralWidget())->getZoomDisplay();
+        magnifier->pan(0.3f, -4.0f, true);
+        const auto spot = [magnifier] { return magnifier->getCurrentProjection().inverted().map(QPointF()); };
+        const QPointF before = spot();
+        const int height = magnifier->height();
+        window.resize(window.width(), window.height() - 60);
+        QTRY_VERIFY(magnifier->height() < height);
+        QVERIFY(QLineF(spot(), before).length() < 1e-4);
 
         // A replay opened at a frame: paused, with that frame's recorded time; no sonar controls.
         QTemporaryDir folder;
