@@ -905,7 +905,7 @@ void MainWindow::fitToScreen()
     // Width beyond the side columns goes to the fan.
     resize(QSize(1440, 900).boundedTo(room).expandedTo(minimumSizeHint()));
     // The recording panel gets the height of its controls; the magnifier, where fish are measured, the rest.
-    resizeDocks({ magnifierDock, recordingDock }, { height(), 0 }, Qt::Vertical);
+    resizeDocks({ magnifierDock, recordingDock }, { height(), 1 }, Qt::Vertical);
 }
 
 void MainWindow::replayStopped(qint64 damageOffset, const QString& description)
