@@ -469,6 +469,7 @@ private slots:
         for (int i = 0; i < 10; ++i)
             zoomIn->click();
         QCOMPARE(factor->text(), QString("\u00d710"));
+
         // A shorter magnifier still shows the same spot in its middle.
         ZoomDisplay* magnifier = static_cast<FanDisplay*>(window.centralWidget())->getZoomDisplay();
         magnifier->pan(0.3f, -4.0f, true);
