@@ -11,12 +11,17 @@ mkdir -p "$out"
 runtime_dir=$(mktemp -d)
 chmod 700 "$runtime_dir"
 trap 'rm -rf "$runtime_dir"' EXIT
+screen=1600x1000
 shoot() {
     env -u DISPLAY -u WAYLAND_DISPLAY XDG_RUNTIME_DIR="$runtime_dir" DBUS_SESSION_BUS_ADDRESS=disabled: \
-        QT_QPA_PLATFORM=xcb xvfb-run -a -s "-screen 0 1600x1000x24" "$viewer" "$@"
+        QT_QPA_PLATFORM=xcb xvfb-run -a -s "-screen 0 ${screen}x24" "$viewer" "$@"
+}
+# The whole window as it opens on a laptop's 1366 x 768 screen.
+laptop() {
+    screen=1366x768 shoot "$@"
 }
 
-shoot --screenshot "$out/viewer.png" --size 1280x800 --frames 40
+laptop --screenshot "$out/viewer.png" --frames 40
 names=(greyscale bronze blue green red-yellow multicolour fire aqua)
 for palette in "${!names[@]}"; do
     shoot --screenshot "$out/palette-$palette-${names[$palette]}.png" --fan-only \
@@ -25,19 +30,19 @@ done
 # The viewer replaying a recording of its own simulated sonar.
 recording=$(mktemp --suffix=.nrec)
 shoot --record "$recording" --screenshot "$runtime_dir/live.png" --beams 512 --frames 80
-shoot --replay "$recording" --screenshot "$out/viewer-replay.png" --size 1280x800 --frames 50
+laptop --replay "$recording" --screenshot "$out/viewer-replay.png" --frames 50
 rm -f "$recording"
 shoot --screenshot "$out/colour-scale.png" --fan-only --colour-scale --auto-grid \
     --palette 6 --modifier 96 --clamp 0.02 --size 1100x560 --frames 20
 # A real ARIS recording, magnified 8 times where an echo crosses the fan, measured there.
 aris="$root/../shared/real-data/aris/sample.aris"
 if [ -f "$aris" ]; then
-    shoot "$aris" --frame 4 --palette 0 --magnify 8 --magnify-at -0.02,0.72 \
-        --measure -0.055,0.737,0.018,0.698 --screenshot "$out/viewer-aris.png" --size 1280x800
+    laptop "$aris" --frame 4 --palette 0 --magnify 8 --magnify-at -0.02,0.72 \
+        --measure -0.055,0.737,0.018,0.698 --screenshot "$out/viewer-aris.png"
     # The same file played by the fake sonar and shown live.
     "$build_dir/examples/fake-sonar/nereon-fake-sonar" "$aris" --command-port 56977 --beacon-port 56978 > /dev/null &
     fake=$!
-    shoot --sonar 127.0.0.1:56977 --frames 10 --screenshot "$out/viewer-live.png" --size 1280x800
+    laptop --sonar 127.0.0.1:56977 --frames 10 --screenshot "$out/viewer-live.png"
     kill "$fake"
 else
     echo "No $aris: the ARIS pictures are left as they were" >&2

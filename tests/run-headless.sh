@@ -9,4 +9,5 @@ export XDG_RUNTIME_DIR="$runtime_dir"
 export DBUS_SESSION_BUS_ADDRESS=disabled:
 export QT_QPA_PLATFORM=xcb
 unset DISPLAY WAYLAND_DISPLAY
-xvfb-run -a -s "-screen 0 1280x1024x24" "$@"
+# NEREON_TEST_SCREEN picks another screen, as WIDTHxHEIGHTxDEPTH.
+xvfb-run -a -s "-screen 0 ${NEREON_TEST_SCREEN:-1280x1024x24}" "$@"

@@ -39,6 +39,7 @@
 #include <QMimeData>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QResizeEvent>
 #include <QScreen>
 #include <QScrollArea>
 #include <QSettings>
@@ -55,6 +56,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 
 using namespace Halcyra::Nereon::Visualisation;
@@ -70,6 +72,11 @@ const LinearUnit* const areaUnits[] = { &LinearUnit::squareMetres(), &LinearUnit
 constexpr double minimumZoom = 1.0;
 constexpr double maximumZoom = 8.0;
 constexpr double defaultClampLevel = 0.01;
+// The magnifier's factors, one for each of its zoom steps.
+constexpr double magnifierFactors[] = { 4.0, 4.5, 5.0, 5.5, 6.0, 6.5, 7.0, 8.0, 9.0, 10.0 };
+constexpr int lastMagnifierLevel = int(std::size(magnifierFactors)) - 1;
+// Bumped when the docks are rearranged, so that a layout saved by an older viewer is not restored.
+constexpr int dockLayoutVersion = 1;
 
 void showColour(QPushButton* button, const QColor& colour)
 {
@@ -77,6 +84,16 @@ void showColour(QPushButton* button, const QColor& colour)
     swatch.fill(colour.isValid() ? colour : QColor(Qt::transparent));
     button->setIcon(QIcon(swatch));
     button->setText(colour.name());
+}
+
+/// `panel` in a frameless scroll area, so that its dock can be shorter than the panel.
+QScrollArea* scrolling(QWidget* panel)
+{
+    auto* scroll = new QScrollArea;
+    scroll->setWidget(panel);
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    return scroll;
 }
 
 } // namespace
@@ -98,36 +115,53 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
     display->installEventFilter(this);
     setCentralWidget(display);
 
-    auto* magnifierDock = new QDockWidget(tr("Magnifier"), this);
+    // A dock at the bottom goes under the fan, between the side columns, which keep their full height.
+    setCorner(Qt::BottomLeftCorner, Qt::LeftDockWidgetArea);
+    setCorner(Qt::BottomRightCorner, Qt::RightDockWidgetArea);
+
+    // Left: what is looked at while measuring; the magnifier takes the height the recording leaves.
+    magnifierDock = new QDockWidget(tr("Magnifier"), this);
     magnifierDock->setObjectName("magnifierDock");
     magnifierDock->setWidget(createMagnifierPanel());
     addDockWidget(Qt::LeftDockWidgetArea, magnifierDock);
+    createRecordingDock();
 
-    sonarDock = new QDockWidget(tr("Simulated sonar"), this);
-    sonarDock->setObjectName("sonarDock");
-    sonarDock->setWidget(createSonarControls());
-    addDockWidget(Qt::LeftDockWidgetArea, sonarDock);
-
+    // Right: settings, tabbed, each panel scrolling rather than asking for height.
     auto* controlsDock = new QDockWidget(tr("Display"), this);
     controlsDock->setObjectName("displayDock");
-    auto* scroll = new QScrollArea;
-    scroll->setWidget(createDisplayControls());
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    controlsDock->setWidget(scroll);
+    controlsDock->setWidget(scrolling(createDisplayControls()));
     addDockWidget(Qt::RightDockWidgetArea, controlsDock);
-    createRecordingDock();
+    sonarDock = new QDockWidget(tr("Simulated sonar"), this);
+    sonarDock->setObjectName("sonarDock");
+    sonarDock->setWidget(scrolling(createSonarControls()));
+    addDockWidget(Qt::RightDockWidgetArea, sonarDock);
+    tabifyDockWidget(controlsDock, sonarDock);
+    controlsDock->raise();
+    // Tabs above their panels, where they are seen before the panel is read.
+    setTabPosition(Qt::AllDockWidgetAreas, QTabWidget::North);
 
     setAcceptDrops(true);
     if (!options.replayPath.isEmpty() && options.replayFrame >= 0)
         options.frames = 1; // one frame is shown, paused
 
-    frameRateLabel = new QLabel(tr("No frames"));
     positionLabel = new QLabel;
-    frameRateLabel->setObjectName("frameRateLabel");
     positionLabel->setObjectName("positionLabel");
+    timeLabel = new QLabel;
+    timeLabel->setObjectName("timeLabel");
+    timeLabel->setToolTip(tr("When the frame shown was taken"));
+    sourceLabel = new QLabel;
+    sourceLabel->setObjectName("sourceLabel");
+    // Apart, so that the time and the source do not read as one sentence.
+    timeLabel->setContentsMargins(8, 0, 8, 0);
+    sourceLabel->setContentsMargins(8, 0, 4, 0);
     statusBar()->addWidget(positionLabel, 1);
-    statusBar()->addPermanentWidget(frameRateLabel);
+    statusBar()->addPermanentWidget(timeLabel);
+    statusBar()->addPermanentWidget(sourceLabel);
+    // Also when no frame comes: a source that stops is said to have stopped.
+    statusTimer = new QTimer(this);
+    statusTimer->setInterval(500);
+    connect(statusTimer, &QTimer::timeout, this, &MainWindow::showSourceStatus);
+    statusTimer->start();
     createMenus();
 
     if (options.useSavedSettings)
@@ -136,14 +170,13 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
     showLook();
     connectControls();
 
-    connect(display, &FanDisplay::frameRateChanged, this,
-        [this](int rate) { frameRateLabel->setText(tr("%1 frames/s").arg(rate)); });
     connect(display, &FanDisplay::newMousePosition, this, &MainWindow::showPosition);
 
     if (options.windowSize.isValid())
         resize(options.windowSize);
     else if (!options.useSavedSettings || QSettings().value("window/geometry").isNull())
-        resize(1280, 800);
+        fitToScreen();
+    useSource(SourceStatus::Source::Simulated);
 
     startSonar();
     startCommandLineRecording();
@@ -183,12 +216,26 @@ QWidget* MainWindow::createMagnifierPanel()
     auto* zoomIn = new QPushButton(tr("Zoom in"));
     auto* zoomOut = new QPushButton(tr("Zoom out"));
     auto* reset = new QPushButton(tr("Reset"));
-    connect(zoomIn, &QPushButton::clicked, this, [this] { magnifier->zoomIn(); });
-    connect(zoomOut, &QPushButton::clicked, this, [this] { magnifier->zoomOut(); });
-    connect(reset, &QPushButton::clicked, this, [this] { magnifier->reset(); });
-    buttons->addWidget(zoomIn);
+    magnifierZoomLabel = new QLabel;
+    magnifierZoomLabel->setObjectName("magnifierZoomLabel");
+    magnifierZoomLabel->setAlignment(Qt::AlignCenter);
+    magnifierZoomLabel->setToolTip(tr("Magnification of the fan"));
+    QFont bold = magnifierZoomLabel->font();
+    bold.setBold(true);
+    magnifierZoomLabel->setFont(bold);
+    zoomIn->setObjectName("magnifierZoomIn");
+    connect(zoomIn, &QPushButton::clicked, this, [this] { stepMagnifier(1); });
+    connect(zoomOut, &QPushButton::clicked, this, [this] { stepMagnifier(-1); });
+    connect(reset, &QPushButton::clicked, this, [this] {
+        magnifier->reset();
+        magnifierLevel = 0;
+        stepMagnifier(0);
+    });
     buttons->addWidget(zoomOut);
+    buttons->addWidget(magnifierZoomLabel);
+    buttons->addWidget(zoomIn);
     buttons->addWidget(reset);
+    stepMagnifier(0);
     layout->addLayout(buttons);
     return panel;
 }
@@ -400,7 +447,10 @@ void MainWindow::connectControls()
             QMetaObject::invokeMethod(sonar, &SimulatedSonar::start);
         else
             QMetaObject::invokeMethod(sonar, &SimulatedSonar::stop);
-        frameRateLabel->setText(on ? tr("Starting") : tr("Stopped"));
+        if (status.getSource() == SourceStatus::Source::Simulated) {
+            status.setPaused(!on);
+            showSourceStatus();
+        }
     });
 }
 
@@ -454,6 +504,15 @@ void MainWindow::showPosition(double x, double y, double range, double bearing)
                                .arg(bearing, 0, 'f', 1));
 }
 
+void MainWindow::stepMagnifier(int steps)
+{
+    for (; steps > 0 && magnifierLevel < lastMagnifierLevel; --steps, ++magnifierLevel)
+        magnifier->zoomIn();
+    for (; steps < 0 && magnifierLevel > 0; ++steps, --magnifierLevel)
+        magnifier->zoomOut();
+    magnifierZoomLabel->setText(QStringLiteral("\u00d7%1").arg(magnifierFactors[magnifierLevel]));
+}
+
 void MainWindow::setZoomLevel(double level)
 {
     level = std::clamp(level, minimumZoom, maximumZoom);
@@ -464,15 +523,23 @@ void MainWindow::setZoomLevel(double level)
 
 bool MainWindow::eventFilter(QObject* watched, QEvent* event)
 {
+    // The magnifier keeps a fan unit's size in pixels when resized, which slides the spot it shows
+    // off its centre; as the recording panel below it grows and shrinks, keep that spot in the middle.
+    if (watched == magnifier && event->type() == QEvent::Resize
+        && !static_cast<QResizeEvent*>(event)->size().isEmpty() && !magnifier->size().isEmpty()) {
+        const QPointF spot = magnifier->getCurrentProjection().inverted().map(QPointF(0.0, 0.0));
+        // The magnifier's own handling first (QObject::event is public where QWidget's is not).
+        static_cast<QObject*>(magnifier)->event(event);
+        const QPointF moved = magnifier->getCurrentProjection().map(spot);
+        magnifier->pan(float(-moved.x()), float(-moved.y()), false);
+        return true;
+    }
     if (event->type() == QEvent::Wheel) {
         const int delta = static_cast<QWheelEvent*>(event)->angleDelta().y();
         if (delta == 0)
             return false;
         if (watched == magnifier) {
-            if (delta > 0)
-                magnifier->zoomIn();
-            else
-                magnifier->zoomOut();
+            stepMagnifier(delta > 0 ? 1 : -1);
             return true;
         }
         if (watched == display) {
@@ -528,7 +595,7 @@ void MainWindow::restoreSettings()
     settings.endGroup();
 
     restoreGeometry(settings.value("window/geometry").toByteArray());
-    restoreState(settings.value("window/state").toByteArray());
+    restoreState(settings.value("window/state").toByteArray(), dockLayoutVersion);
 }
 
 void MainWindow::saveSettings() const
@@ -563,7 +630,7 @@ void MainWindow::saveSettings() const
     settings.endGroup();
 
     settings.setValue("window/geometry", saveGeometry());
-    settings.setValue("window/state", saveState());
+    settings.setValue("window/state", saveState(dockLayoutVersion));
 }
 
 void MainWindow::applyCommandLine(const ViewerOptions& commandLine)
@@ -727,23 +794,36 @@ void MainWindow::createMenus()
     QAction* quit = file->addAction(tr("&Quit"));
     quit->setShortcut(QKeySequence::Quit);
     connect(quit, &QAction::triggered, this, &QWidget::close);
+
+    // A dock closed by its title bar's button comes back from here.
+    QMenu* view = menuBar()->addMenu(tr("&View"));
+    for (QDockWidget* dock : findChildren<QDockWidget*>())
+        view->addAction(dock->toggleViewAction());
 }
 
 void MainWindow::createRecordingDock()
 {
     recordingPanel = new RecordingPanel;
-    auto* dock = new QDockWidget(tr("Recording"), this);
-    dock->setObjectName("recordingDock");
-    dock->setWidget(recordingPanel);
-    addDockWidget(Qt::LeftDockWidgetArea, dock);
+    recordingDock = new QDockWidget(tr("Recording"), this);
+    recordingDock->setObjectName("recordingDock");
+    recordingDock->setWidget(recordingPanel);
+    addDockWidget(Qt::LeftDockWidgetArea, recordingDock);
 
     connect(recordingPanel, &RecordingPanel::frameReplayed, this, [this](const NereonImage& image) {
         ++framesReplayed;
         display->newImageReceived(image);
-        frameReceived(image);
+        frameReceived(image, recordingPanel->getFrameTime());
     });
     connect(recordingPanel, &RecordingPanel::replayStarted, this, [this] { useReplay(true); });
     connect(recordingPanel, &RecordingPanel::liveRequested, this, [this] { useReplay(false); });
+    connect(recordingPanel, &RecordingPanel::playingChanged, this, [this](bool playing) {
+        status.setPaused(!playing);
+        showSourceStatus();
+    });
+    connect(recordingPanel, &RecordingPanel::replayStopped, this, [this](qint64 damageOffset) {
+        status.setStopped(damageOffset < 0 ? tr("at the end") : tr("stopped at damage"));
+        showSourceStatus();
+    });
     connect(recordingPanel, &RecordingPanel::replayStopped, this, &MainWindow::replayStopped);
     connect(recordingPanel, &RecordingPanel::replayFailed, this, &MainWindow::replayFailed);
     connect(recordingPanel, &RecordingPanel::sonarDescribed, this, [this] {
@@ -785,8 +865,10 @@ void MainWindow::startCommandLineRecording()
     }
 }
 
-void MainWindow::frameReceived(const NereonImage& image)
+void MainWindow::frameReceived(const NereonImage& image, qint64 frameTime)
 {
+    status.frameShown(QDateTime::currentMSecsSinceEpoch(), frameTime);
+    timeLabel->setText(status.getTimeText());
     ruler->setRange(image.getRange());
     if (!magnifierOptionsApplied) {
         magnifierOptionsApplied = true;
@@ -804,13 +886,48 @@ void MainWindow::useReplay(bool replay)
     if (replay)
         disconnectSonar();
     // The simulated sonar rests while a recording plays.
-    sonarDock->setEnabled(!replay);
     pingingBox->setChecked(!replay);
     if (!replay)
         commandLineReplay = false;
-    frameRateLabel->setText(replay ? tr("Replaying") : tr("Starting"));
     if (!replay)
         setWindowTitle(tr("Nereon viewer"));
+    useSource(replay ? SourceStatus::Source::Replay : SourceStatus::Source::Simulated);
+    // Not playing until the player says so: a replay opened at a frame waits, paused.
+    if (replay)
+        status.setPaused(true);
+    showSourceStatus();
+}
+
+void MainWindow::useSource(SourceStatus::Source source)
+{
+    const bool simulated = source == SourceStatus::Source::Simulated;
+    sonarDock->setEnabled(simulated);
+    sonarDock->setVisible(simulated);
+    status.setSource(source);
+    if (simulated)
+        status.setPaused(!pingingBox->isChecked());
+    timeLabel->clear();
+    showSourceStatus();
+}
+
+void MainWindow::showSourceStatus()
+{
+#ifdef NEREON_HAVE_LIVE
+    if (liveSonar && liveActive)
+        status.setDroppedFrames(liveSonar->getStatistics().droppedFrames);
+#endif
+    sourceLabel->setText(status.getText(QDateTime::currentMSecsSinceEpoch()));
+}
+
+void MainWindow::fitToScreen()
+{
+    const QRect available = screen()->availableGeometry();
+    // The title bar and frame are not known before the window is shown: leave room for a generous one.
+    const QSize room = available.size() - QSize(16, 48);
+    // Width beyond the side columns goes to the fan.
+    resize(QSize(1440, 900).boundedTo(room).expandedTo(minimumSizeHint()));
+    // The recording panel gets the height of its controls; the magnifier, where fish are measured, the rest.
+    resizeDocks({ magnifierDock, recordingDock }, { height(), 1 }, Qt::Vertical);
 }
 
 void MainWindow::replayStopped(qint64 damageOffset, const QString& description)
@@ -833,6 +950,8 @@ void MainWindow::replayStopped(qint64 damageOffset, const QString& description)
 
 void MainWindow::replayFailed(const QString& message)
 {
+    status.setStopped(tr("cannot be read"));
+    showSourceStatus();
     std::fprintf(stderr, "Cannot replay %s: %s\n", qPrintable(options.replayPath), qPrintable(message));
     if (commandLineReplay)
         QCoreApplication::exit(1);
@@ -872,37 +991,37 @@ void MainWindow::connectToSonar(const QString& target, const Halcyra::Nereon::So
     }
     if (!liveSonar) {
         liveSonar = new ArisLiveSource(this);
-        connect(liveSonar, &ArisLiveSource::imageReady, this, [this](const NereonImage& image) {
+        using Halcyra::Nereon::Sources::SourceFrame;
+        connect(liveSonar, &ArisLiveSource::frameReady, this, [this](const SourceFrame& frame) {
             if (!liveActive || recordingPanel->isReplaying())
                 return;
-            display->newImageReceived(image);
-            frameReceived(image);
+            display->newImageReceived(frame.image);
+            frameReceived(frame.image, frame.timestamp);
         });
         connect(liveSonar, &ArisLiveSource::linkStateChanged, this,
-            [this](ArisLiveSource::LinkState, const QString& message) {
-                liveMessage = message;
-                showLink();
+            [this](ArisLiveSource::LinkState state, const QString& message) {
+                if (!liveActive)
+                    return;
+                status.setLink(message, state == ArisLiveSource::LinkState::Receiving);
+                showSourceStatus();
                 if (!options.screenshotPath.isEmpty())
                     std::fprintf(stderr, "%s\n", qPrintable(message));
             });
+        connect(liveSonar, &ArisLiveSource::descriptionChanged, this,
+            [this](const Halcyra::Nereon::Sources::SonarDescription& sonar) {
+                if (liveActive)
+                    status.setSonar(sonar.model, sonar.serialNumber);
+            });
         connect(liveSonar, &ArisLiveSource::problem, this,
             [this](const QString& message) { statusBar()->showMessage(message, 10000); });
-        linkLabel = new QLabel;
-        linkLabel->setObjectName("linkLabel");
-        statusBar()->addPermanentWidget(linkLabel);
-        linkTimer = new QTimer(this);
-        linkTimer->setInterval(1000);
-        connect(linkTimer, &QTimer::timeout, this, &MainWindow::showLink);
     }
     if (recordingPanel->isReplaying())
         recordingPanel->returnToLive();
     liveActive = true;
-    sonarDock->setEnabled(false);
     pingingBox->setChecked(false);
-    liveMessage = tr("Connecting to %1").arg(target);
-    linkLabel->show();
-    linkTimer->start();
-    showLink();
+    useSource(SourceStatus::Source::Live);
+    status.setLink(tr("Connecting to %1").arg(target), false);
+    showSourceStatus();
     liveSonar->connectToSonar(sonar, settings);
 #else
     Q_UNUSED(target)
@@ -917,25 +1036,8 @@ void MainWindow::disconnectSonar()
         return;
     liveActive = false;
     liveSonar->disconnectFromSonar();
-    linkTimer->stop();
-    linkLabel->hide();
-    sonarDock->setEnabled(true);
     pingingBox->setChecked(true);
-#endif
-}
-
-void MainWindow::showLink()
-{
-#ifdef NEREON_HAVE_LIVE
-    if (!liveSonar || !liveActive)
-        return;
-    const auto statistics = liveSonar->getStatistics();
-    QString text = liveMessage;
-    if (liveSonar->getLinkState() == Halcyra::Nereon::Sources::ArisLiveSource::LinkState::Receiving)
-        text += tr(": %1 frames/s").arg(statistics.frameRate, 0, 'f', 1);
-    if (statistics.droppedFrames > 0)
-        text += tr(", %n frame(s) dropped", nullptr, int(statistics.droppedFrames));
-    linkLabel->setText(text);
+    useSource(SourceStatus::Source::Simulated);
 #endif
 }
 
@@ -962,8 +1064,7 @@ void MainWindow::exportVideo()
 
 void MainWindow::applyMagnifierOptions()
 {
-    for (int i = 0; i < options.magnifierSteps; ++i)
-        magnifier->zoomIn();
+    stepMagnifier(options.magnifierSteps);
     if (options.magnifierCentred) {
         // The view's centre shows the fan point -translation / scale.
         const auto& scale = magnifier->getCurrentScale();

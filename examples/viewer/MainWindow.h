@@ -1,6 +1,7 @@
 #pragma once
 
 #include "SonarConfiguration.h"
+#include "SourceStatus.h"
 #include "ViewerOptions.h"
 
 #include "FanDisplayOptions.h"
@@ -39,8 +40,11 @@ class ZoomDisplay;
 
 /**
  * The viewer: the zoomable fan display in the middle, the magnifier and the
- * simulated sonar's controls on the left, the display's controls on the right,
- * frame rate and mouse position in the status bar.
+ * recording controls on the left, the display's and the simulated sonar's
+ * controls tabbed on the right; the source, its frame rate, the time of the
+ * frame shown and the mouse position in the status bar. It fits a 1366 x 768
+ * screen; the bottom corners belong to the side docks, so that a dock added
+ * at the bottom sits under the fan alone.
  */
 class MainWindow : public QMainWindow
 {
@@ -68,6 +72,8 @@ private:
     void showLook();
     void showPosition(double x, double y, double range, double bearing);
     void setZoomLevel(double level);
+    /// Zooms the magnifier `steps` levels in (or out, when negative) and shows its factor.
+    void stepMagnifier(int steps);
     void chooseColour(bool clearColour);
     void sendSonarConfiguration();
     void startSonar();
@@ -81,8 +87,14 @@ private:
     void createRecordingDock();
     void startCommandLineRecording();
     /// Every frame shown, live or replayed, passes here.
-    void frameReceived(const Halcyra::Nereon::NereonImage& image);
+    /// `frameTime` is when the frame was taken, microseconds since 1970 UTC (0 if unknown).
+    void frameReceived(const Halcyra::Nereon::NereonImage& image, qint64 frameTime = 0);
     void useReplay(bool replay);
+    /// Shows the simulated sonar's controls only while it is the source, and says which source it is.
+    void useSource(SourceStatus::Source source);
+    void showSourceStatus();
+    /// A size that leaves the whole window, title bar included, on the screen.
+    void fitToScreen();
     void replayStopped(qint64 damageOffset, const QString& description);
     void replayFailed(const QString& message);
     void saveScreenshot(bool fanOnly);
@@ -90,7 +102,6 @@ private:
     void connectToSonar(const QString& target, const Halcyra::Nereon::Sources::ArisLiveSettings& settings);
     /// Back to the simulated sonar.
     void disconnectSonar();
-    void showLink();
     /// File > Export video: the recording being replayed, or one to choose, with the display's look.
     void exportVideo();
     /// The magnifier's zoom, centre and measurement from the command line, once it has its size.
@@ -103,9 +114,6 @@ private:
     ExportDialog* exportDialog = nullptr;
     Halcyra::Nereon::Sources::ArisLiveSource* liveSonar = nullptr;
     bool liveActive = false;
-    QString liveMessage;
-    QLabel* linkLabel = nullptr;
-    QTimer* linkTimer = nullptr;
 
     QThread sonarThread;
     SimulatedSonar* sonar = nullptr;
@@ -141,12 +149,19 @@ private:
     QCheckBox* pingingBox = nullptr;
 
     QDockWidget* sonarDock = nullptr;
+    QDockWidget* magnifierDock = nullptr;
+    QDockWidget* recordingDock = nullptr;
+    QLabel* magnifierZoomLabel = nullptr;
+    int magnifierLevel = 0; ///< index into the magnifier's table of factors
     RecordingPanel* recordingPanel = nullptr;
     QAction* recordAction = nullptr;
     int framesReplayed = 0;
     bool commandLineReplay = false;
 
-    QLabel* frameRateLabel = nullptr;
+    SourceStatus status;
+    QLabel* sourceLabel = nullptr;
+    QLabel* timeLabel = nullptr;
+    QTimer* statusTimer = nullptr;
     QLabel* positionLabel = nullptr;
 
     ViewerOptions options;

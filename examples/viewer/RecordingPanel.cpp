@@ -218,6 +218,7 @@ RecordingPanel::RecordingPanel(QWidget* parent)
     connect(player.get(), &FramePlayer::frameReady, this, [this](const SourceFrame& frame) {
         if (!replaying)
             return;
+        frameTime = frame.timestamp;
         showPosition(frame.index, frame.timestamp - player->getDescription().startTime);
         emit frameReplayed(frame.image);
     });
@@ -230,6 +231,8 @@ RecordingPanel::RecordingPanel(QWidget* parent)
         const QSignalBlocker blocker(playButton);
         playButton->setChecked(playing);
         playButton->setText(playing ? tr("Pause") : tr("Play"));
+        if (replaying)
+            emit playingChanged(playing);
     });
     connect(player.get(), &FramePlayer::reachedEnd, this, [this] {
         if (replaying)
@@ -320,6 +323,7 @@ void RecordingPanel::openRecording(const QString& path, double speed, int firstF
     positionLabel->clear();
     descriptionLabel->clear();
     shownFrame = -1;
+    frameTime = 0;
     const int speedIndex = speedBox->findData(speed);
     if (speedIndex >= 0) {
         speedBox->setCurrentIndex(speedIndex);
@@ -356,6 +360,7 @@ void RecordingPanel::returnToLive()
     replaying = false;
     frameCount = 0;
     shownFrame = -1;
+    frameTime = 0;
     replayLabel->clear();
     positionLabel->clear();
     descriptionLabel->clear();

@@ -56,6 +56,8 @@ public:
     /// Ends the replay; the viewer goes back to its live source.
     void returnToLive();
     bool isReplaying() const { return replaying; }
+    /// When the frame last replayed was taken, microseconds since 1970 UTC; 0 if unknown.
+    qint64 getFrameTime() const { return frameTime; }
 
 signals:
     void replayStarted();
@@ -66,6 +68,8 @@ signals:
     /// No further frame comes without a control: at the end (`damageOffset` -1) or at damage.
     void replayStopped(qint64 damageOffset, const QString& description);
     void recordingChanged(bool recording);
+    /// The replay started or stopped playing (paused, or at its end).
+    void playingChanged(bool playing);
     /// The recording being replayed is open and its sonar known.
     void sonarDescribed(const Halcyra::Nereon::Sources::SonarDescription& description);
 
@@ -82,6 +86,7 @@ private:
     QString replayPath;
     Halcyra::Nereon::Sources::SonarDescription description;
     int shownFrame = -1;
+    qint64 frameTime = 0;
 
     QPushButton* recordButton = nullptr;
     QLabel* recordingLabel = nullptr;

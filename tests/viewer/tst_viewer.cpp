@@ -2,18 +2,23 @@
 #include "FanDisplay.h"
 #include "LinearUnit.h"
 #include "MagnifierRuler.h"
+#include "MainWindow.h"
 #include "ZoomDisplay.h"
 #include "RecordingPanel.h"
 #include "sources/RecordingReader.h"
 #include "sources/RecordingWriter.h"
 #include "SimulatedSonar.h"
 #include "SonarScene.h"
+#include "SourceStatus.h"
 #include "ViewerOptions.h"
 
 #include "GlTestSupport.h"
 #include "SettingsText.h"
 
 #include <QApplication>
+#include <QDockWidget>
+#include <QLabel>
+#include <QScreen>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QPushButton>
@@ -36,6 +41,7 @@ using namespace Halcyra::Nereon::Sources;
 using TestSupport::describeSettings;
 
 Q_DECLARE_METATYPE(const LinearUnit*)
+Q_DECLARE_METATYPE(SourceStatus::Source)
 
 namespace {
 
@@ -333,6 +339,166 @@ private slots:
         settings.setValue("scale", QVariantList { 1.0, 2.0 });
         settings.setValue("rotation", "sideways");
         QCOMPARE(describeSettings(DisplaySettingsStore::read(settings, look)), describeSettings(look));
+    }
+
+    void sourceStatus_data()
+    {
+        using Source = SourceStatus::Source;
+        QTest::addColumn<Source>("source");
+        QTest::addColumn<bool>("paused");
+        QTest::addColumn<QString>("stopped");
+        QTest::addColumn<int>("frames");
+        QTest::addColumn<double>("interval"); // milliseconds between frames
+        QTest::addColumn<int>("quiet"); // milliseconds since the last frame
+        QTest::addColumn<QString>("link");
+        QTest::addColumn<bool>("receiving");
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<QString>("serial");
+        QTest::addColumn<int>("dropped");
+        QTest::addColumn<QString>("text");
+        const QString none;
+        QTest::newRow("simulated") << Source::Simulated << false << none << 20 << 66.7 << 10 << none << false
+                                   << none << none << 0 << "Simulated sonar \u00b7 15 frames/s";
+        QTest::newRow("replay paused on one frame")
+            << Source::Replay << true << none << 1 << 0.0 << 5000 << none << false << none << none << 0
+            << "Replay \u00b7 paused";
+        QTest::newRow("replay whose frames stopped coming")
+            << Source::Replay << false << none << 10 << 100.0 << 2000 << none << false << none << none << 0
+            << "Replay \u00b7 waiting for frames";
+        QTest::newRow("replay slower than a frame a second")
+            << Source::Replay << false << none << 3 << 5000.0 << 100 << none << false << none << none << 0
+            << "Replay \u00b7 0.2 frames/s";
+        QTest::newRow("replay at its end")
+            << Source::Replay << true << "at the end" << 5 << 100.0 << 10 << none << false << none << none
+            << 0 << "Replay \u00b7 at the end";
+        QTest::newRow("live") << Source::Live << false << none << 20 << 153.85 << 10
+                              << "Receiving from 127.0.0.1" << true << "ARIS 1200"
+                              << "1098" << 0
+                              << "ARIS 1200, serial 1098 \u00b7 Receiving from 127.0.0.1 \u00b7 6.5 frames/s";
+        QTest::newRow("live link lost")
+            << Source::Live << false << none << 20 << 100.0 << 2500 << "Link lost (no frames); trying again"
+            << false << "ARIS 3000" << none << 3
+            << "ARIS 3000 \u00b7 Link lost (no frames); trying again \u00b7 3 frames dropped";
+        QTest::newRow("live, an address for a serial number")
+            << Source::Live << false << none << 0 << 0.0 << 0 << "Connected to 10.0.0.5; waiting for frames"
+            << false << "ARIS"
+            << "10.0.0.5" << 1
+            << "ARIS \u00b7 Connected to 10.0.0.5; waiting for frames \u00b7 1 frame dropped";
+    }
+
+    void sourceStatus()
+    {
+        QFETCH(SourceStatus::Source, source);
+        QFETCH(int, frames);
+        QFETCH(double, interval);
+        QFETCH(int, quiet);
+        QFETCH(QString, link);
+        QFETCH(bool, receiving);
+        QFETCH(QString, model);
+        QFETCH(QString, serial);
+        QFETCH(int, dropped);
+        QFETCH(QString, stopped);
+        QFETCH(bool, paused);
+
+        SourceStatus status;
+        status.setSource(source);
+        const qint64 start = 1000000;
+        qint64 now = start;
+        for (int i = 0; i < frames; ++i) {
+            now = start + qint64(std::lround(i * interval));
+            status.frameShown(now);
+        }
+        status.setPaused(paused);
+        status.setStopped(stopped);
+        status.setLink(link, receiving);
+        status.setSonar(model, serial);
+        status.setDroppedFrames(dropped);
+        QTEST(status.getText(now + quiet), "text");
+    }
+
+    void windowFitsLaptopScreen()
+    {
+        // Sized for the screen it opens on, as at a first start.
+        ViewerOptions options;
+        options.useSavedSettings = false;
+        MainWindow window(options);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        const QRect available = window.screen()->availableGeometry();
+        QVERIFY(available.contains(window.frameGeometry()));
+        // With a task bar and a window manager's title bar, the smallest window still fits.
+        QVERIFY2(window.minimumSizeHint().height() <= available.height() - 80,
+            qPrintable(QString("at least %1 pixels high").arg(window.minimumSizeHint().height())));
+
+        const auto squeezed = [](const QWidget* widget) {
+            const QSize least = widget->minimumSizeHint().expandedTo(widget->minimumSize());
+            return widget->width() < least.width() || widget->height() < least.height();
+        };
+        QVERIFY(!squeezed(window.centralWidget()));
+        int docksShown = 0;
+        for (QDockWidget* dock : window.findChildren<QDockWidget*>()) {
+            if (dock->visibleRegion().isEmpty())
+                continue; // a tab behind another
+            ++docksShown;
+            QVERIFY2(!squeezed(dock) && !squeezed(dock->widget()), qPrintable(dock->windowTitle()));
+        }
+        QCOMPARE(docksShown, 3); // magnifier, recording, and the display's controls in front of the sonar's
+    }
+
+    void windowFollowsItsSource()
+    {
+        ViewerOptions options;
+        options.useSavedSettings = false;
+        MainWindow window(options);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        auto* sourceLabel = window.findChild<QLabel*>("sourceLabel");
+        auto* timeLabel = window.findChild<QLabel*>("timeLabel");
+        auto* sonarDock = window.findChild<QDockWidget*>("sonarDock");
+        auto* panel = window.findChild<RecordingPanel*>();
+        QTRY_COMPARE(sourceLabel->text().left(18), QString("Simulated sonar \u00b7 "));
+        QVERIFY(!sonarDock->isHidden());
+        QVERIFY(timeLabel->text().isEmpty()); // the simulated sonar's frames have no time
+
+        // The magnifier says how much it magnifies, and stops at its last step.
+        auto* zoomIn = window.findChild<QPushButton*>("magnifierZoomIn");
+        auto* factor = window.findChild<QLabel*>("magnifierZoomLabel");
+        QCOMPARE(factor->text(), QString("\u00d74"));
+        zoomIn->click();
+        QCOMPARE(factor->text(), QString("\u00d74.5"));
+        for (int i = 0; i < 10; ++i)
+            zoomIn->click();
+        QCOMPARE(factor->text(), QString("\u00d710"));
+
+        // A shorter magnifier still shows the same spot in its middle.
+        ZoomDisplay* magnifier = static_cast<FanDisplay*>(window.centralWidget())->getZoomDisplay();
+        magnifier->pan(0.3f, -4.0f, true);
+        const auto spot = [magnifier] { return magnifier->getCurrentProjection().inverted().map(QPointF()); };
+        const QPointF before = spot();
+        const int height = magnifier->height();
+        window.resize(window.width(), window.height() - 60);
+        QTRY_VERIFY(magnifier->height() < height);
+        QVERIFY(QLineF(spot(), before).length() < 1e-4);
+
+        // A replay opened at a frame: paused, with that frame's recorded time; no sonar controls.
+        QTemporaryDir folder;
+        const QString path = folder.filePath("timed.nrec");
+        {
+            RecordingWriter writer;
+            QVERIFY(writer.open(path, 1714566896000)); // 2024-05-01 12:34:56 UTC
+            SonarScene scene(SonarConfiguration {});
+            for (int i = 0; i < 3; ++i)
+                QVERIFY(writer.write(scene.renderFrame(i / 15.0), i * 250000));
+        }
+        panel->openRecording(path, 1.0, 1);
+        QTRY_COMPARE(timeLabel->text(), QString("2024-05-01 12:34:56.250 UTC"));
+        QCOMPARE(sourceLabel->text(), QString("Replay \u00b7 paused"));
+        QVERIFY(sonarDock->isHidden());
+
+        panel->returnToLive();
+        QVERIFY(!sonarDock->isHidden());
+        QVERIFY(timeLabel->text().isEmpty());
+        QTRY_COMPARE(sourceLabel->text().left(18), QString("Simulated sonar \u00b7 "));
     }
 
     void commandLine_data()
