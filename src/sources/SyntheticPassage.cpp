@@ -59,6 +59,32 @@ SyntheticPassageOptions sanitised(SyntheticPassageOptions options)
     return options;
 }
 
+/// Indices into a speckle table, several from every random number.
+class SyntheticSpeckleIndex
+{
+public:
+    explicit SyntheticSpeckleIndex(SyntheticRandom& random)
+        : random(random)
+    {
+    }
+    std::size_t next()
+    {
+        if (left == 0) {
+            bits = random.next();
+            left = 64 / speckleBits;
+        }
+        --left;
+        const std::size_t value = std::size_t(bits & (speckleSize - 1));
+        bits >>= speckleBits;
+        return value;
+    }
+
+private:
+    SyntheticRandom& random;
+    std::uint64_t bits = 0;
+    int left = 0;
+};
+
 /// A rock on the bed and the shadow behind it.
 struct Rock
 {
@@ -132,7 +158,7 @@ SyntheticPassage::SyntheticPassage(const SyntheticPassageOptions& requested)
         rock.bearing = random.uniform(left, right) * degree;
         rock.radius = random.uniform(0.15, 0.6);
         rock.brightness = random.uniform(45.0, 70.0);
-        rock.shadowLength = random.uniform(1.5, 6.0);
+        rock.shadowLength = random.uniform(1.0, 4.0);
         rock.shadowDepth = random.uniform(0.65, 0.85);
         rocks.push_back(rock);
     }
@@ -207,29 +233,22 @@ bool SyntheticPassage::renderFrame(int index, SourceFrame& out) const
 
     // Speckle of its own in every frame, from a stream of its own so that any frame
     // can be drawn alone.
-    SyntheticRandom random(o.seed, 1000 + std::uint64_t(index));
+    // The fish draw from a stream apart from the bed's, so that the bed's speckle is
+    // the same with and without fish.
+    SyntheticRandom random(o.seed, 1000 + 2 * std::uint64_t(index));
+    SyntheticRandom fishRandom(o.seed, 1001 + 2 * std::uint64_t(index));
     std::vector<std::uint8_t> intensities(std::size_t(w.rows) * beams, 0);
     std::uint8_t* target = intensities.data() + std::size_t(w.firstSampleRow) * beams;
     const float* bed = d->bed.data();
     const float* bedSpeckle = d->bedSpeckle.data();
     const float* fishSpeckle = d->fishSpeckle.data();
     const std::size_t count = samples * beams;
-    std::uint64_t bits = 0;
-    int left = 0;
-    const auto draw = [&]() {
-        if (left == 0) {
-            bits = random.next();
-            left = 64 / speckleBits;
-        }
-        --left;
-        const std::size_t value = std::size_t(bits & (speckleSize - 1));
-        bits >>= speckleBits;
-        return value;
-    };
+    SyntheticSpeckleIndex bedIndex(random);
+    SyntheticSpeckleIndex fishIndex(fishRandom);
     for (std::size_t i = 0; i < count; ++i) {
-        float value = bed[i] + bedSpeckle[draw()];
+        float value = bed[i] + bedSpeckle[bedIndex.next()];
         if (fish[i] > 0.0f)
-            value += float(fishEcho) * fish[i] * fishSpeckle[draw()];
+            value += float(fishEcho) * fish[i] * fishSpeckle[fishIndex.next()];
         target[i] = std::uint8_t(std::clamp(value, 0.0f, 255.0f) + 0.5f);
     }
 
