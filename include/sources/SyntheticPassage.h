@@ -32,9 +32,11 @@ struct TERNWICK_NEREON_SOURCES_EXPORT SyntheticPassageOptions
     /// give the same frames and the same truth, byte for byte.
     int fish = 8;
     std::uint64_t seed = 1;
-    /// Shares of the fish that are faint, that cross another fish going the other way
-    /// (in pairs), and that are seen only briefly (they swim through the beams'
-    /// height in mid-fan, or are cut by the start or end of the recording).
+    /// Shares of the fish that are faint (about a third of the echo), that cross
+    /// another fish going the other way (in pairs, meeting in mid-fan), and that are
+    /// seen only briefly, for 0.6 to 2 s (they swim into and out of the beams' height
+    /// in mid-fan). Other fish cross the whole fan, within the recording where it is
+    /// long enough.
     double faintFraction = 0.2;
     double crossingFraction = 0.2;
     double briefFraction = 0.1;

@@ -172,19 +172,21 @@ SyntheticPassage::SyntheticPassage(const SyntheticPassageOptions& requested)
     d->bed.resize(std::size_t(o.samples) * std::size_t(beams));
     for (int k = 0; k < o.samples; ++k) {
         const double r = w.start + double(k) * w.spacing;
-        const double level = 190.0 - 85.0 * std::log10(std::max(r, 0.5));
+        // As recordings of river beds fall off: about 150 at 2 m, 70 at 17 m.
+        const double level = 175.0 - 85.0 * std::log10(std::max(r, 0.5));
         for (int beam = 0; beam < beams; ++beam) {
             const double theta = bearingsDeg[std::size_t(beam)] * degree;
             const double x = r * std::sin(theta), y = r * std::cos(theta);
-            double value = level + 8.0 * valueNoise(x / 0.6, y / 0.6, textureSeed)
-                + 10.0 * valueNoise(x / 2.5, y / 2.5, textureSeed + 1);
+            const double fine = valueNoise(x / 0.6, y / 0.6, textureSeed);
+            double value = level + 8.0 * fine + 10.0 * valueNoise(x / 2.5, y / 2.5, textureSeed + 1);
             double shade = 1.0;
             for (const Rock& rock : rocks) {
                 const double angle = std::asin(std::min(1.0, rock.radius / rock.range));
                 const double dx = x - rock.range * std::sin(rock.bearing), dy = y - rock.range * std::cos(rock.bearing);
                 const double distance = std::hypot(dx, dy);
                 if (distance < rock.radius)
-                    value += rock.brightness * std::sqrt(1.0 - (distance / rock.radius) * (distance / rock.radius));
+                    value += rock.brightness * std::sqrt(1.0 - (distance / rock.radius) * (distance / rock.radius))
+                        * (0.8 + 0.4 * valueNoise(x / 0.15, y / 0.15, textureSeed + 2)) * (1.0 + 0.25 * fine);
                 else if (std::abs(theta - rock.bearing) < 0.9 * angle && r > rock.range
                     && r < rock.range + rock.shadowLength)
                     // The shadow lightens towards its end, where the bed rises into view.
