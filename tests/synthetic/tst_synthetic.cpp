@@ -20,6 +20,8 @@ class TestSynthetic : public QObject
 private slots:
     void writerRoundTrip_data();
     void writerRoundTrip();
+    void writerRefuses_data();
+    void writerRefuses();
     void deterministicPerSeed();
     void truthMatchesPicture();
     void commandLine_data();
@@ -70,6 +72,10 @@ void TestSynthetic::writerRoundTrip()
         QVERIFY2(writer.write(frame), qPrintable(writer.getErrorString()));
         written.push_back(frame);
     }
+    // A frame of another size would make the file unreadable from there on.
+    options.samples += 1;
+    QVERIFY(SyntheticPassage(options).renderFrame(0, frame));
+    QVERIFY(!writer.write(frame));
     QVERIFY(writer.close());
 
     ArisReader reader;
@@ -95,6 +101,35 @@ void TestSynthetic::writerRoundTrip()
         QVERIFY(frame.image.getData() == expected.image.getData());
     }
     QCOMPARE(reader.getTimestamp(3) - reader.getTimestamp(0), std::int64_t(400000));
+}
+
+void TestSynthetic::writerRefuses_data()
+{
+    QTest::addColumn<int>("beams");
+    QTest::addColumn<bool>("telephoto");
+    QTest::addColumn<int>("samples");
+    QTest::addColumn<double>("windowStart");
+    QTest::newRow("beams of no sonar") << 50 << false << 1000 << 2.0;
+    QTest::newRow("ARIS 3000 telephoto") << 128 << true << 1000 << 2.0;
+    QTest::newRow("samples beyond the format") << 48 << false << 9000 << 2.0;
+    QTest::newRow("window before the sonar") << 48 << false << 1000 << -1.0;
+}
+
+void TestSynthetic::writerRefuses()
+{
+    QFETCH(int, beams);
+    QFETCH(bool, telephoto);
+    QFETCH(int, samples);
+    QFETCH(double, windowStart);
+    ArisWriterOptions options;
+    options.beams = beams;
+    options.telephoto = telephoto;
+    options.samplesPerBeam = samples;
+    options.windowStart = windowStart;
+    ArisWriter writer;
+    QVERIFY(!writer.open(folder.filePath(QStringLiteral("refused.aris")), options));
+    QVERIFY(writer.getErrorString().contains(QStringLiteral("refused.aris")));
+    QVERIFY(!writer.isOpen());
 }
 
 void TestSynthetic::deterministicPerSeed()
