@@ -35,7 +35,11 @@ void BM_PassageSetUp(benchmark::State& state)
         benchmark::DoNotOptimize(passage.getPositions().data());
     }
 }
-BENCHMARK(BM_PassageSetUp)->Args({ 48, 1000 })->Args({ 128, 4000 })->Args({ 512, 4000 })->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PassageSetUp)
+    ->Args({ 48, 1000 })
+    ->Args({ 128, 4000 })
+    ->Args({ 512, 4000 })
+    ->Unit(benchmark::kMillisecond);
 
 void BM_PassageFrame(benchmark::State& state)
 {
@@ -49,7 +53,11 @@ void BM_PassageFrame(benchmark::State& state)
     }
     state.counters["frames/s"] = benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
 }
-BENCHMARK(BM_PassageFrame)->Args({ 48, 1000 })->Args({ 128, 4000 })->Args({ 512, 4000 })->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PassageFrame)
+    ->Args({ 48, 1000 })
+    ->Args({ 128, 4000 })
+    ->Args({ 512, 4000 })
+    ->Unit(benchmark::kMillisecond);
 
 void BM_PassageToAris(benchmark::State& state)
 {

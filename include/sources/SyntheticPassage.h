@@ -29,7 +29,8 @@ struct TERNWICK_NEREON_SOURCES_EXPORT SyntheticPassageOptions
     double frameRate = 10.0;
     int frames = 600;
     /// Fish that pass, and the seed everything random is drawn from: the same options
-    /// give the same frames and the same truth, byte for byte.
+    /// give the same frames and the same truth, byte for byte (random numbers are drawn
+    /// without the standard distributions, so only the maths library can differ).
     int fish = 8;
     std::uint64_t seed = 1;
     /// Shares of the fish that are faint (about a third of the echo), that cross
@@ -130,8 +131,9 @@ public:
      * (direction "up" or "down", flags 0 or 1) and `positionsCsv` with
      * fish_id,frame,range_m,bearing_deg,visible. False, with `error` naming the file.
      */
-    static bool writeTruth(const QString& fishCsv, const QString& positionsCsv, const std::vector<SyntheticFish>& fish,
-        const std::vector<SyntheticFishPosition>& positions, QString* error = nullptr);
+    static bool writeTruth(const QString& fishCsv, const QString& positionsCsv,
+        const std::vector<SyntheticFish>& fish, const std::vector<SyntheticFishPosition>& positions,
+        QString* error = nullptr);
     /// writeTruth() of this passage.
     bool writeTruth(const QString& fishCsv, const QString& positionsCsv, QString* error = nullptr) const;
 

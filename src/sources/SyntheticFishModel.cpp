@@ -17,8 +17,7 @@ constexpr double fadeSeconds = 0.25;
 // Half the body's width as a share of its length, seen from above.
 constexpr double bodyWidth = 0.08;
 
-template <typename T>
-void shuffle(std::vector<T>& values, SyntheticRandom& random)
+template <typename T> void shuffle(std::vector<T>& values, SyntheticRandom& random)
 {
     for (int i = int(values.size()) - 1; i > 0; --i)
         std::swap(values[std::size_t(i)], values[std::size_t(random.below(i + 1))]);
@@ -26,8 +25,8 @@ void shuffle(std::vector<T>& values, SyntheticRandom& random)
 
 } // namespace
 
-SyntheticFishModel::SyntheticFishModel(const SyntheticPassageOptions& options, const std::vector<double>& bearingsDeg,
-    double start, double end)
+SyntheticFishModel::SyntheticFishModel(
+    const SyntheticPassageOptions& options, const std::vector<double>& bearingsDeg, double start, double end)
     : bearings(bearingsDeg)
     , windowStart(start)
     , windowEnd(end)
@@ -52,7 +51,8 @@ SyntheticFishModel::SyntheticFishModel(const SyntheticPassageOptions& options, c
         nearest = windowStart + 0.3 * (windowEnd - windowStart);
         furthest = windowStart + 0.7 * (windowEnd - windowStart);
     }
-    const double minimumLength = std::max(0.01, std::min(options.minimumFishLength, options.maximumFishLength));
+    const double minimumLength
+        = std::max(0.01, std::min(options.minimumFishLength, options.maximumFishLength));
     const double maximumLength = std::max(minimumLength, options.maximumFishLength);
     const double minimumSpeed = std::max(0.01, std::min(options.minimumFishSpeed, options.maximumFishSpeed));
     const double maximumSpeed = std::max(minimumSpeed, options.maximumFishSpeed);
@@ -60,7 +60,8 @@ SyntheticFishModel::SyntheticFishModel(const SyntheticPassageOptions& options, c
     auto share = [count](double fraction) {
         return std::clamp(int(std::lround(std::clamp(fraction, 0.0, 1.0) * count)), 0, count);
     };
-    const int crossing = std::min(int(std::lround(std::clamp(options.crossingFraction, 0.0, 1.0) * count / 2.0)) * 2, count / 2 * 2);
+    const int crossing = std::min(
+        int(std::lround(std::clamp(options.crossingFraction, 0.0, 1.0) * count / 2.0)) * 2, count / 2 * 2);
     const int brief = std::min(share(options.briefFraction), count - crossing);
     const int faint = share(options.faintFraction);
 
@@ -168,7 +169,8 @@ double SyntheticFishModel::visibility(const Track& track, double seconds) const
 {
     if (seconds <= track.appearFrom || seconds >= track.appearUntil)
         return 0.0;
-    return std::min({ 1.0, (seconds - track.appearFrom) / fadeSeconds, (track.appearUntil - seconds) / fadeSeconds });
+    return std::min(
+        { 1.0, (seconds - track.appearFrom) / fadeSeconds, (track.appearUntil - seconds) / fadeSeconds });
 }
 
 SyntheticFishPosition SyntheticFishModel::getPosition(int id, double seconds) const
@@ -182,12 +184,14 @@ SyntheticFishPosition SyntheticFishModel::getPosition(int id, double seconds) co
     centreAt(track, seconds, x, y);
     position.rangeM = std::hypot(x, y);
     position.bearingDeg = std::atan2(x, y) / degree;
-    position.visible = visibility(track, seconds) > 0.0 && !bearings.empty() && position.bearingDeg >= bearings.front()
-        && position.bearingDeg <= bearings.back() && position.rangeM >= windowStart && position.rangeM <= windowEnd;
+    position.visible = visibility(track, seconds) > 0.0 && !bearings.empty()
+        && position.bearingDeg >= bearings.front() && position.bearingDeg <= bearings.back()
+        && position.rangeM >= windowStart && position.rangeM <= windowEnd;
     return position;
 }
 
-void SyntheticFishModel::addEchoes(double seconds, float* echo, int rows, double firstRange, double spacing) const
+void SyntheticFishModel::addEchoes(
+    double seconds, float* echo, int rows, double firstRange, double spacing) const
 {
     const int beams = int(bearings.size());
     if (beams == 0 || rows <= 0 || !(spacing > 0.0))
@@ -205,7 +209,8 @@ void SyntheticFishModel::addEchoes(double seconds, float* echo, int rows, double
         const double beamSigma = range * beamSpacing * 0.5;
         const double sigma = std::sqrt(std::pow(bodyWidth * fish[n].lengthM, 2) + beamSigma * beamSigma);
         const double reach = halfLength + beamSigma;
-        const double strength = track.strength * fade * std::clamp(std::pow(8.0 / std::max(range, 0.5), 0.3), 0.7, 1.3);
+        const double strength
+            = track.strength * fade * std::clamp(std::pow(8.0 / std::max(range, 0.5), 0.3), 0.7, 1.3);
 
         // The rows and beams the body can touch.
         const double margin = 3.0 * sigma + reach;
@@ -219,8 +224,10 @@ void SyntheticFishModel::addEchoes(double seconds, float* echo, int rows, double
         const double rightmost = std::max(std::atan2(x1, y0), std::atan2(x1, y1)) / degree;
         const int firstRow = std::max(0, int(std::floor((near - firstRange) / spacing)));
         const int lastRow = std::min(rows - 1, int(std::ceil((far - firstRange) / spacing)));
-        const int firstBeam = int(std::lower_bound(bearings.begin(), bearings.end(), leftmost) - bearings.begin());
-        const int lastBeam = int(std::upper_bound(bearings.begin(), bearings.end(), rightmost) - bearings.begin()) - 1;
+        const int firstBeam
+            = int(std::lower_bound(bearings.begin(), bearings.end(), leftmost) - bearings.begin());
+        const int lastBeam
+            = int(std::upper_bound(bearings.begin(), bearings.end(), rightmost) - bearings.begin()) - 1;
         if (firstRow > lastRow || firstBeam > lastBeam)
             continue;
 
@@ -240,8 +247,10 @@ void SyntheticFishModel::addEchoes(double seconds, float* echo, int rows, double
                 // Faint at head and tail, a texture of the fish's own along the body.
                 const double body = std::pow(1.0 - u * u, 0.6);
                 const double texture = 1.0 + 0.18 * std::sin(2.0 * pi * (1.3 * u + phase[0]))
-                    + 0.1 * std::sin(2.0 * pi * (3.1 * u + phase[1])) + 0.06 * std::sin(2.0 * pi * (6.7 * u + phase[2]));
-                line[beam] += float(strength * body * texture * std::exp(-across * across * inverseTwoSigmaSquared));
+                    + 0.1 * std::sin(2.0 * pi * (3.1 * u + phase[1]))
+                    + 0.06 * std::sin(2.0 * pi * (6.7 * u + phase[2]));
+                line[beam]
+                    += float(strength * body * texture * std::exp(-across * across * inverseTwoSigmaSquared));
             }
         }
     }
