@@ -98,6 +98,10 @@ struct TERNWICK_NEREON_SOURCES_EXPORT SyntheticFishPosition
  * window, true bearings), so the frames written by ArisWriter with
  * getWriterOptions() read back identical. Everything is drawn in metres and
  * degrees: a fish is as many beams wide as its size at its range makes it.
+ *
+ * Options out of range are brought into it (beams 1-4096, samples 1-16384, a
+ * positive window and frame rate); a window too far out for the frame's 65535 rows
+ * is moved nearer. getOptions() gives what is used.
  */
 class TERNWICK_NEREON_SOURCES_EXPORT SyntheticPassage
 {

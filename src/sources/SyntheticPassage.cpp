@@ -109,6 +109,7 @@ SyntheticPassage::SyntheticPassage(const SyntheticPassageOptions& requested)
             o.windowStart, double(std::numeric_limits<std::uint16_t>::max() - o.samples - 1) * w.spacing);
         w.firstSampleRow = int(std::max(0.0, std::round(w.start / w.spacing - 0.5)));
         w.rows = w.firstSampleRow + o.samples;
+        o.windowStart = w.start;
     }
     d->bearings = ArisWriter::getBearings(writerOptions);
     if (d->bearings.empty()) {
