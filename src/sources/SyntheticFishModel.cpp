@@ -17,6 +17,17 @@ constexpr double fadeSeconds = 0.25;
 // Half the body's width as a share of its length, seen from above.
 constexpr double bodyWidth = 0.08;
 
+/// The unit vector of a fish's heading at `bearing` (radians): across the beams
+/// towards increasing bearings if `up`, turned by `tilt` (radians, positive away
+/// from the sonar when going up).
+void headingAcross(double bearing, double tilt, bool up, double& x, double& y)
+{
+    const double lateralX = std::cos(bearing), lateralY = -std::sin(bearing);
+    const double sign = up ? 1.0 : -1.0;
+    x = sign * (lateralX * std::cos(tilt) - lateralY * std::sin(tilt));
+    y = sign * (lateralX * std::sin(tilt) + lateralY * std::cos(tilt));
+}
+
 template <typename T> void shuffle(std::vector<T>& values, SyntheticRandom& random)
 {
     for (int i = int(values.size()) - 1; i > 0; --i)
@@ -93,8 +104,7 @@ SyntheticFishModel::SyntheticFishModel(
         f.speedMS = random.uniform(minimumSpeed, maximumSpeed);
         f.brief = n >= crossing && n < crossing + brief;
         const bool secondOfPair = n < crossing && n % 2 == 1;
-        for (int k = 0; k < faint; ++k)
-            f.faint = f.faint || faintOrder[std::size_t(k)] == id;
+        f.faint = std::find(faintOrder.begin(), faintOrder.begin() + faint, id) != faintOrder.begin() + faint;
         t.strength = f.faint ? random.uniform(0.28, 0.4) : random.uniform(0.85, 1.15);
         for (double& phase : t.texturePhase)
             phase = random.uniform();
@@ -108,13 +118,10 @@ SyntheticFishModel::SyntheticFishModel(
             t.x = other.x;
             t.y = other.y;
             t.time = other.time;
-            const double bearing = std::atan2(t.x, t.y);
-            // Lateral direction at that bearing, turned the other way and tilted apart.
-            const double tilt = (random.chance(0.5) ? 1.0 : -1.0) * random.uniform(10.0, 20.0) * degree;
-            const double lateralX = std::cos(bearing), lateralY = -std::sin(bearing);
-            const double sign = f.up ? 1.0 : -1.0;
-            t.headingX = sign * (lateralX * std::cos(tilt) - lateralY * std::sin(tilt));
-            t.headingY = sign * (lateralX * std::sin(tilt) + lateralY * std::cos(tilt));
+            // Tilted apart from the other's heading, so that their tracks make an X
+            // rather than run along one line.
+            t.tilt = other.tilt + (random.chance(0.5) ? 1.0 : -1.0) * random.uniform(15.0, 30.0) * degree;
+            headingAcross(std::atan2(t.x, t.y), t.tilt, f.up, t.headingX, t.headingY);
             continue;
         }
 
@@ -123,11 +130,8 @@ SyntheticFishModel::SyntheticFishModel(
         const double bearing = (left + right) / 2.0 * degree + random.uniform(-0.25, 0.25) * span;
         t.x = range * std::sin(bearing);
         t.y = range * std::cos(bearing);
-        const double tilt = random.uniform(-25.0, 25.0) * degree;
-        const double lateralX = std::cos(bearing), lateralY = -std::sin(bearing);
-        const double sign = f.up ? 1.0 : -1.0;
-        t.headingX = sign * (lateralX * std::cos(tilt) - lateralY * std::sin(tilt));
-        t.headingY = sign * (lateralX * std::sin(tilt) + lateralY * std::cos(tilt));
+        t.tilt = random.uniform(-25.0, 25.0) * degree;
+        headingAcross(bearing, t.tilt, f.up, t.headingX, t.headingY);
 
         const int slot = events > 0 ? eventSlots[std::size_t(event++)] : 0;
         const double slotLength = duration / double(std::max(1, events));
@@ -137,10 +141,11 @@ SyntheticFishModel::SyntheticFishModel(
             t.appearFrom = t.time - seen / 2.0;
             t.appearUntil = t.time + seen / 2.0;
         } else {
-            // The whole crossing inside the passage, where it fits.
-            const double half = range * span / f.speedMS;
-            if (2.0 * half < duration)
-                t.time = std::clamp(t.time, half, duration - half);
+            // The whole crossing inside the passage, where it fits: from its centre a
+            // fish reaches either side of the fan in at most this long.
+            const double toSide = 0.8 * range * span / f.speedMS;
+            if (2.0 * toSide < duration)
+                t.time = std::clamp(t.time, toSide, duration - toSide);
         }
     }
 
