@@ -295,17 +295,18 @@ void FanAnnotations::paintOverlay(FanOverlayContext& context)
         const QPolygonF shape = shapeOf(mark, context, closed);
         if (shape.isEmpty())
             continue;
-        QRectF extent;
+        // Labels stand clear of the outline: right of a point, at a line's far end, or
+        // beside a shape's top right.
+        QPointF labelAt;
         if (mark.kind == Mark::Point) {
             context.drawCircle(shape.first(), pointRadius, mark.colour, mark.width);
-            extent = QRectF(shape.first() - QPointF(pointRadius, pointRadius), QSizeF(2 * pointRadius, 2 * pointRadius));
+            labelAt = shape.first() + QPointF(pointRadius + 4.0, -pointRadius);
         } else {
             context.drawPolyline(shape, mark.colour, mark.width, closed);
-            extent = shape.boundingRect();
+            labelAt = closed ? shape.boundingRect().topRight() + QPointF(4.0, 0.0) : shape.last() + QPointF(4.0, -4.0);
         }
-        // Labels stand beside the mark's top right, clear of its outline.
         if (!mark.label.isEmpty())
-            context.drawText(QPointF(extent.right() + 4.0, extent.top()), mark.label, mark.colour);
+            context.drawText(labelAt, mark.label, mark.colour);
     }
 }
 
