@@ -92,7 +92,12 @@ QPointF FanOverlayContext::toPixels(double rangeMetres, double bearingDegrees) c
 
 QPointF FanOverlayContext::metresToPixels(double acrossMetres, double alongMetres) const
 {
-    return toPixels(std::hypot(acrossMetres, alongMetres), std::atan2(acrossMetres, alongMetres) / radiansPerDegree);
+    // Only a mirrored fan needs the bearing, to find where the beams show it.
+    if (engine.isFlipped())
+        return toPixels(std::hypot(acrossMetres, alongMetres), std::atan2(acrossMetres, alongMetres) / radiansPerDegree);
+    if (!(range > 0.0) || !std::isfinite(range) || !std::isfinite(acrossMetres) || !std::isfinite(alongMetres))
+        return QPointF(nan, nan);
+    return fanToPixels.map(QPointF(acrossMetres / range, alongMetres / range));
 }
 
 bool FanOverlayContext::fromPixels(const QPointF& pixel, double& rangeMetres, double& bearingDegrees) const

@@ -25,7 +25,7 @@ constexpr double radiansPerDegree = 3.14159265358979323846 / 180.0;
 constexpr double pointRadius = 4.0;
 // Box arcs and ellipses are drawn as polygons: at most this many degrees per side, and this many sides.
 constexpr double arcStepDegrees = 1.0;
-constexpr int ellipseSides = 48;
+constexpr int ellipseSides = 32;
 
 bool isFinite(const QPointF& point)
 {
