@@ -12,6 +12,9 @@
 namespace Halcyra::Nereon::Visualisation {
 class FanDisplay;
 }
+namespace Halcyra::Nereon::Sources {
+struct SourceFrame;
+}
 
 namespace Halcyra::Nereon::Views {
 
@@ -65,6 +68,8 @@ public:
 
     /// The frame shown from now on: its number and UTC time, microseconds since 1970.
     void setCurrentFrame(int frameNumber, qint64 utcMicroseconds);
+    /// The same from a frame source's frame: its index and timestamp.
+    void setCurrentFrame(const Sources::SourceFrame& frame);
 
     void append(const Entry& entry);
     const std::vector<Entry>& getEntries() const;

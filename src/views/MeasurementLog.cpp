@@ -2,6 +2,7 @@
 
 #include "FanDisplay.h"
 #include "FanDisplayExtensions.h"
+#include "sources/SourceFrame.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -168,6 +169,11 @@ void MeasurementLog::setCurrentFrame(int frameNumber, qint64 utcMicroseconds)
     currentFrame = frameNumber;
     currentTime = utcMicroseconds;
     currentTimeKnown = true;
+}
+
+void MeasurementLog::setCurrentFrame(const Sources::SourceFrame& frame)
+{
+    setCurrentFrame(frame.index, frame.timestamp);
 }
 
 void MeasurementLog::measurementFinished(const FanMeasurement& measurement)
