@@ -66,7 +66,8 @@ std::vector<NereonImage> makeFrames(int beams, int rangeLines, int count)
     std::vector<NereonImage> frames;
     std::uint32_t noise = 12345;
     for (int f = 0; f < count; ++f) {
-        std::vector<std::uint8_t> data(static_cast<std::size_t>(beams) * static_cast<std::size_t>(rangeLines));
+        std::vector<std::uint8_t> data(
+            static_cast<std::size_t>(beams) * static_cast<std::size_t>(rangeLines));
         for (std::uint8_t& value : data) {
             noise = noise * 1664525u + 1013904223u;
             value = static_cast<std::uint8_t>(20 + (noise >> 26));
@@ -145,7 +146,8 @@ void BM_Marks(benchmark::State& state)
             return;
         }
         int* counter = &swaps[s];
-        counting[s] = QObject::connect(shownDisplays[s].get(), &QOpenGLWidget::frameSwapped, [counter] { ++*counter; });
+        counting[s] = QObject::connect(
+            shownDisplays[s].get(), &QOpenGLWidget::frameSwapped, [counter] { ++*counter; });
         for (int i = 0; i < counts[s]; ++i)
             ids[s].push_back(sets[s].add(markNumber(i, 0.0)));
         sets[s].attach(shownDisplays[s].get());
@@ -173,7 +175,8 @@ void BM_Marks(benchmark::State& state)
             const double cpuBefore = threadCpuMs();
             const auto start = std::chrono::steady_clock::now();
             paint(display, swaps[s], [&] { display.newImageReceived(frame); });
-            wallMs[s] += std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+            wallMs[s] += std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+                             .count();
             cpuMs[s] += threadCpuMs() - cpuBefore;
         }
     }
@@ -194,7 +197,13 @@ void BM_Marks(benchmark::State& state)
 
 } // namespace
 
-BENCHMARK(BM_Marks)->ArgName("moving")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
+BENCHMARK(BM_Marks)
+    ->ArgName("moving")
+    ->Arg(0)
+    ->Arg(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(10);
 
 int main(int argc, char** argv)
 {

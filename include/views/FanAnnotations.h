@@ -38,17 +38,17 @@ public:
     {
         enum Kind
         {
-            Point,     ///< points[0], a small circle
-            Box,       ///< points[0] to points[1]: a range span times a bearing span (a sector of a ring)
-            Ellipse,   ///< centred at points[0], semi-axes across and along in metres
-            Polyline,  ///< through every point in order
+            Point, ///< points[0], a small circle
+            Box, ///< points[0] to points[1]: a range span times a bearing span (a sector of a ring)
+            Ellipse, ///< centred at points[0], semi-axes across and along in metres
+            Polyline, ///< through every point in order
             CountLine, ///< points[0] to points[1]; one point: its bearing from the apex to the maximum range
         };
 
         Kind kind = Point;
         QVector<QPointF> points;
         double acrossRadius = 0.0; ///< Ellipse: semi-axis across (starboard), metres
-        double alongRadius = 0.0;  ///< Ellipse: semi-axis along (ahead), metres
+        double alongRadius = 0.0; ///< Ellipse: semi-axis along (ahead), metres
         QColor colour = QColor(255, 255, 0);
         QString label;
         int width = 2; ///< line width, logical pixels
@@ -58,11 +58,13 @@ public:
             const QColor& colour, const QString& label = {});
         static Mark ellipse(double range, double bearing, double acrossRadius, double alongRadius,
             const QColor& colour, const QString& label = {});
-        static Mark polyline(const QVector<QPointF>& rangeBearing, const QColor& colour, const QString& label = {});
+        static Mark polyline(
+            const QVector<QPointF>& rangeBearing, const QColor& colour, const QString& label = {});
         /// From the apex out to the maximum range on a bearing.
         static Mark countLine(double bearing, const QColor& colour, const QString& label = {});
         /// Between two points (range, bearing).
-        static Mark countLine(const QPointF& from, const QPointF& to, const QColor& colour, const QString& label = {});
+        static Mark countLine(
+            const QPointF& from, const QPointF& to, const QColor& colour, const QString& label = {});
     };
 
     FanAnnotations();

@@ -25,7 +25,7 @@ namespace Halcyra::Nereon::Views {
  * CSV. The application tells the log which frame is shown (setCurrentFrame()).
  */
 class TERNWICK_NEREON_VIEWS_EXPORT MeasurementLog : public QAbstractTableModel,
-                                                     public Visualisation::FanMeasurementListener
+                                                    public Visualisation::FanMeasurementListener
 {
     Q_OBJECT
 
@@ -33,19 +33,19 @@ public:
     enum Column
     {
         FrameColumn,
-        TimeColumn,       ///< UTC, ISO 8601 with microseconds
-        WidgetColumn,     ///< "display" or "magnifier"
-        ToolColumn,       ///< "distance", "rectangle" or "circle"
+        TimeColumn, ///< UTC, ISO 8601 with microseconds
+        WidgetColumn, ///< "display" or "magnifier"
+        ToolColumn, ///< "distance", "rectangle" or "circle"
         StartRangeColumn, ///< metres
         StartBearingColumn, ///< degrees, positive to starboard
         EndRangeColumn,
         EndBearingColumn,
         StartAcrossColumn, ///< metres, starboard positive
-        StartAlongColumn,  ///< metres ahead
+        StartAlongColumn, ///< metres ahead
         EndAcrossColumn,
         EndAlongColumn,
         ValueColumn, ///< metres or square metres
-        UnitColumn,  ///< "m" or "m2"
+        UnitColumn, ///< "m" or "m2"
         ColumnCount
     };
 

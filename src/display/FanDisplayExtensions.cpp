@@ -10,8 +10,7 @@ namespace Halcyra::Nereon::Visualisation {
 
 namespace {
 
-template <typename T>
-bool addOnce(std::vector<T*>& list, T* item)
+template <typename T> bool addOnce(std::vector<T*>& list, T* item)
 {
     if (!item || std::find(list.begin(), list.end(), item) != list.end())
         return false;
@@ -19,8 +18,7 @@ bool addOnce(std::vector<T*>& list, T* item)
     return true;
 }
 
-template <typename T>
-bool removeFrom(std::vector<T*>& list, T* item)
+template <typename T> bool removeFrom(std::vector<T*>& list, T* item)
 {
     const auto found = std::find(list.begin(), list.end(), item);
     if (found == list.end())

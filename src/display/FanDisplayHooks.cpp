@@ -88,8 +88,8 @@ FanDisplayHooks& FanDisplayHooks::of(FanDisplay& display)
     return display.d->hooks;
 }
 
-std::unique_ptr<FanOverlayContext> FanDisplayHooks::makeContext(
-    GUI::Widgets::Bases::OpenGLWidget& widget, GUI::Widgets::Bases::OpenGLWidgetPainter* painter, bool magnifier)
+std::unique_ptr<FanOverlayContext> FanDisplayHooks::makeContext(GUI::Widgets::Bases::OpenGLWidget& widget,
+    GUI::Widgets::Bases::OpenGLWidgetPainter* painter, bool magnifier)
 {
     return std::unique_ptr<FanOverlayContext>(
         new FanOverlayContext(display, *this, display.d->geometryEngine, widget, painter, magnifier));
@@ -100,8 +100,8 @@ bool FanDisplayHooks::hasMagnifierWork() const
     return !overlays.empty() || (magnifierTool && magnifierTool->getState() != MeasuringToolBase::Idle);
 }
 
-void FanDisplayHooks::paint(
-    GUI::Widgets::Bases::OpenGLWidget& widget, GUI::Widgets::Bases::OpenGLWidgetPainter& painter, bool magnifier)
+void FanDisplayHooks::paint(GUI::Widgets::Bases::OpenGLWidget& widget,
+    GUI::Widgets::Bases::OpenGLWidgetPainter& painter, bool magnifier)
 {
     if (magnifier && magnifierTool && magnifierTool->getState() != MeasuringToolBase::Idle) {
         // The tool's points are the magnifier's clip coordinates: a moved view leaves them behind.
@@ -119,8 +119,8 @@ void FanDisplayHooks::paint(
         overlay->paintOverlay(*context);
 }
 
-void FanDisplayHooks::reportMeasurement(GUI::Widgets::Bases::OpenGLWidget& widget, const MeasuringToolBase& tool,
-    FanDisplayOptions::MeasurementMode mode, bool magnifier)
+void FanDisplayHooks::reportMeasurement(GUI::Widgets::Bases::OpenGLWidget& widget,
+    const MeasuringToolBase& tool, FanDisplayOptions::MeasurementMode mode, bool magnifier)
 {
     if (listeners.empty())
         return;
@@ -130,7 +130,8 @@ void FanDisplayHooks::reportMeasurement(GUI::Widgets::Bases::OpenGLWidget& widge
     measurement.onMagnifier = magnifier;
     const QPointF startClip = tool.getStartPoint();
     const QPointF endClip = tool.getEndPoint();
-    if (!context->fromPixels(clipToPixels(startClip, widget), measurement.startRange, measurement.startBearing)
+    if (!context->fromPixels(
+            clipToPixels(startClip, widget), measurement.startRange, measurement.startBearing)
         || !context->fromPixels(clipToPixels(endClip, widget), measurement.endRange, measurement.endBearing))
         return;
     constexpr double radiansPerDegree = 3.14159265358979323846 / 180.0;
@@ -211,7 +212,8 @@ bool FanDisplayHooks::magnifierMouseEvent(ZoomDisplay& zoom, QMouseEvent& event)
         }
         magnifierTool = makeTool(d.measurementMode);
         magnifierMode = d.measurementMode;
-        magnifierTool->setUnit(magnifierMode == FanDisplayOptions::StraightLine ? d.distanceUnit : d.areaUnit);
+        magnifierTool->setUnit(
+            magnifierMode == FanDisplayOptions::StraightLine ? d.distanceUnit : d.areaUnit);
         magnifierTool->startMeasuring(display, g);
         // The tool shows its cursor on the display; here is where the user measures.
         display.unsetCursor();

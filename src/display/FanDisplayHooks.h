@@ -44,8 +44,8 @@ public:
     /// The hooks of a display (they live in its private record).
     static FanDisplayHooks& of(FanDisplay& display);
 
-    std::unique_ptr<FanOverlayContext> makeContext(
-        GUI::Widgets::Bases::OpenGLWidget& widget, GUI::Widgets::Bases::OpenGLWidgetPainter* painter, bool magnifier);
+    std::unique_ptr<FanOverlayContext> makeContext(GUI::Widgets::Bases::OpenGLWidget& widget,
+        GUI::Widgets::Bases::OpenGLWidgetPainter* painter, bool magnifier);
 
     /// Draws the overlays (and on the magnifier its measurement) into the painter's current pass.
     void paint(GUI::Widgets::Bases::OpenGLWidget& widget, GUI::Widgets::Bases::OpenGLWidgetPainter& painter,

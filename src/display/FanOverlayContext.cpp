@@ -51,8 +51,9 @@ double bearingAtIndex(const std::vector<std::int16_t>& bearings, int beams, doub
 
 } // namespace
 
-FanOverlayContext::FanOverlayContext(FanDisplay& display, FanDisplayHooks& hooks, const FanGeometryEngine& engine,
-    GUI::Widgets::Bases::OpenGLWidget& widget, GUI::Widgets::Bases::OpenGLWidgetPainter* painter, bool magnifier)
+FanOverlayContext::FanOverlayContext(FanDisplay& display, FanDisplayHooks& hooks,
+    const FanGeometryEngine& engine, GUI::Widgets::Bases::OpenGLWidget& widget,
+    GUI::Widgets::Bases::OpenGLWidgetPainter* painter, bool magnifier)
     : display(display)
     , hooks(hooks)
     , widget(widget)
@@ -83,7 +84,8 @@ double FanOverlayContext::shownBearing(double bearingDegrees) const
 
 QPointF FanOverlayContext::toPixels(double rangeMetres, double bearingDegrees) const
 {
-    if (!(range > 0.0) || !std::isfinite(range) || !std::isfinite(rangeMetres) || !std::isfinite(bearingDegrees))
+    if (!(range > 0.0) || !std::isfinite(range) || !std::isfinite(rangeMetres)
+        || !std::isfinite(bearingDegrees))
         return QPointF(nan, nan);
     const double shown = shownBearing(bearingDegrees) * radiansPerDegree;
     const double unit = rangeMetres / range;
@@ -94,8 +96,10 @@ QPointF FanOverlayContext::metresToPixels(double acrossMetres, double alongMetre
 {
     // Only a mirrored fan needs the bearing, to find where the beams show it.
     if (engine.isFlipped())
-        return toPixels(std::hypot(acrossMetres, alongMetres), std::atan2(acrossMetres, alongMetres) / radiansPerDegree);
-    if (!(range > 0.0) || !std::isfinite(range) || !std::isfinite(acrossMetres) || !std::isfinite(alongMetres))
+        return toPixels(
+            std::hypot(acrossMetres, alongMetres), std::atan2(acrossMetres, alongMetres) / radiansPerDegree);
+    if (!(range > 0.0) || !std::isfinite(range) || !std::isfinite(acrossMetres)
+        || !std::isfinite(alongMetres))
         return QPointF(nan, nan);
     return fanToPixels.map(QPointF(acrossMetres / range, alongMetres / range));
 }
@@ -170,7 +174,8 @@ void FanOverlayContext::drawCircle(const QPointF& centre, double radius, const Q
 
 void FanOverlayContext::drawText(const QPointF& topLeft, const QString& text, const QColor& colour)
 {
-    if (!painter || text.isEmpty() || size.isEmpty() || !std::isfinite(topLeft.x()) || !std::isfinite(topLeft.y()))
+    if (!painter || text.isEmpty() || size.isEmpty() || !std::isfinite(topLeft.x())
+        || !std::isfinite(topLeft.y()))
         return;
     const QPointF clip = toClip(topLeft);
     painter->drawImage(static_cast<float>(clip.x()), static_cast<float>(clip.y()),

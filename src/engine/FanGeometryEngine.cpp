@@ -440,8 +440,8 @@ void FanGeometryEngine::calculateStraightLineGeometry()
 {
     const float quarterAperture = 0.25f * aperture;
     for (int i = 0; i < 5; ++i) {
-        const float phi = (static_cast<float>(i) * quarterAperture + gridStartAngle())
-            * degreesToRadiansFactor;
+        const float phi
+            = (static_cast<float>(i) * quarterAperture + gridStartAngle()) * degreesToRadiansFactor;
         float* segment = rangeLineVertices.data() + 4 * i;
         segment[0] = 0.0f;
         segment[1] = 0.0f;
@@ -675,8 +675,8 @@ bool FanGeometryEngine::pointIsWithinFan(const QPointF& point, const QMatrix4x4&
         // Evenly spread beams: the polygon is an outline, not the drawn triangles.
         const float lastBeam = static_cast<float>(width - 1);
         for (std::int32_t i = 0; i < width; ++i) {
-            const float angle = (static_cast<float>(i) * aperture / lastBeam + gridStartAngle())
-                * degreesToRadiansFactor;
+            const float angle
+                = (static_cast<float>(i) * aperture / lastBeam + gridStartAngle()) * degreesToRadiansFactor;
             const float x = static_cast<float>(std::cos(static_cast<double>(angle)));
             const float y = static_cast<float>(std::sin(static_cast<double>(angle)));
             fanPolygon.append(transform.map(QPointF(static_cast<double>(x), static_cast<double>(y))));

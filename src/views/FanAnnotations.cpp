@@ -55,8 +55,8 @@ QPolygonF shapeOf(const FanAnnotations::Mark& mark, const FanOverlayContext& con
             return {};
         const QPointF from = mark.points[0];
         const QPointF to = mark.points[1];
-        const int steps = std::clamp(
-            static_cast<int>(std::ceil(std::abs(to.y() - from.y()) / arcStepDegrees)), 1, 360);
+        const int steps
+            = std::clamp(static_cast<int>(std::ceil(std::abs(to.y() - from.y()) / arcStepDegrees)), 1, 360);
         for (int i = 0; i <= steps; ++i)
             shape << context.toPixels(from.x(), from.y() + (to.y() - from.y()) * i / steps);
         for (int i = steps; i >= 0; --i)
@@ -118,7 +118,8 @@ public:
     int nextId = 1;
 };
 
-FanAnnotations::Mark FanAnnotations::Mark::point(double range, double bearing, const QColor& colour, const QString& label)
+FanAnnotations::Mark FanAnnotations::Mark::point(
+    double range, double bearing, const QColor& colour, const QString& label)
 {
     Mark mark;
     mark.kind = Point;
@@ -163,7 +164,8 @@ FanAnnotations::Mark FanAnnotations::Mark::polyline(
     return mark;
 }
 
-FanAnnotations::Mark FanAnnotations::Mark::countLine(double bearing, const QColor& colour, const QString& label)
+FanAnnotations::Mark FanAnnotations::Mark::countLine(
+    double bearing, const QColor& colour, const QString& label)
 {
     Mark mark;
     mark.kind = CountLine;
@@ -303,7 +305,8 @@ void FanAnnotations::paintOverlay(FanOverlayContext& context)
             labelAt = shape.first() + QPointF(pointRadius + 4.0, -pointRadius);
         } else {
             context.drawPolyline(shape, mark.colour, mark.width, closed);
-            labelAt = closed ? shape.boundingRect().topRight() + QPointF(4.0, 0.0) : shape.last() + QPointF(4.0, -4.0);
+            labelAt = closed ? shape.boundingRect().topRight() + QPointF(4.0, 0.0)
+                             : shape.last() + QPointF(4.0, -4.0);
         }
         if (!mark.label.isEmpty())
             context.drawText(labelAt, mark.label, mark.colour);

@@ -21,12 +21,12 @@ namespace Options = Visualisation::FanDisplayOptions;
 
 namespace {
 
-constexpr std::array<const char*, MeasurementLog::ColumnCount> csvHeader { "frame", "time_utc", "widget", "tool",
-    "start_range_m", "start_bearing_deg", "end_range_m", "end_bearing_deg", "start_across_m", "start_along_m",
-    "end_across_m", "end_along_m", "value", "unit" };
+constexpr std::array<const char*, MeasurementLog::ColumnCount> csvHeader { "frame", "time_utc", "widget",
+    "tool", "start_range_m", "start_bearing_deg", "end_range_m", "end_bearing_deg", "start_across_m",
+    "start_along_m", "end_across_m", "end_along_m", "value", "unit" };
 
-constexpr std::array<const char*, MeasurementLog::ColumnCount> columnTitles { "Frame", "Time (UTC)", "On", "Tool",
-    "Start range (m)", "Start bearing (°)", "End range (m)", "End bearing (°)", "Start across (m)",
+constexpr std::array<const char*, MeasurementLog::ColumnCount> columnTitles { "Frame", "Time (UTC)", "On",
+    "Tool", "Start range (m)", "Start bearing (°)", "End range (m)", "End bearing (°)", "Start across (m)",
     "Start along (m)", "End across (m)", "End along (m)", "Result", "Unit" };
 
 const char* toolName(Options::MeasurementMode mode)
@@ -77,9 +77,10 @@ QStringList csvFields(const MeasurementLog::Entry& entry)
     const auto metres = [](double value) { return QString::number(value, 'f', 4); };
     return { entry.frame >= 0 ? QString::number(entry.frame) : QString(),
         entry.timeKnown ? formatTime(entry.timeMicroseconds) : QString(),
-        m.onMagnifier ? QStringLiteral("magnifier") : QStringLiteral("display"), QString::fromLatin1(toolName(m.mode)),
-        metres(m.startRange), metres(m.startBearing), metres(m.endRange), metres(m.endBearing), metres(m.startAcross),
-        metres(m.startAlong), metres(m.endAcross), metres(m.endAlong), QString::number(m.value, 'f', 6),
+        m.onMagnifier ? QStringLiteral("magnifier") : QStringLiteral("display"),
+        QString::fromLatin1(toolName(m.mode)), metres(m.startRange), metres(m.startBearing),
+        metres(m.endRange), metres(m.endBearing), metres(m.startAcross), metres(m.startAlong),
+        metres(m.endAcross), metres(m.endAlong), QString::number(m.value, 'f', 6),
         isArea(m.mode) ? QStringLiteral("m2") : QStringLiteral("m") };
 }
 
@@ -87,7 +88,9 @@ QStringList csvFields(const MeasurementLog::Entry& entry)
 bool parseRow(const QStringList& fields, MeasurementLog::Entry& entry, QString& reason)
 {
     if (fields.size() != MeasurementLog::ColumnCount) {
-        reason = QStringLiteral("%1 fields, expected %2").arg(fields.size()).arg(int(MeasurementLog::ColumnCount));
+        reason = QStringLiteral("%1 fields, expected %2")
+                     .arg(fields.size())
+                     .arg(int(MeasurementLog::ColumnCount));
         return false;
     }
     bool ok = true;
@@ -126,7 +129,8 @@ bool parseRow(const QStringList& fields, MeasurementLog::Entry& entry, QString& 
     for (int i = 0; i < 9; ++i) {
         *numbers[i] = fields[4 + i].toDouble(&ok);
         if (!ok || !std::isfinite(*numbers[i])) {
-            reason = QStringLiteral("bad number in column %1").arg(QLatin1String(csvHeader[std::size_t(4 + i)]));
+            reason
+                = QStringLiteral("bad number in column %1").arg(QLatin1String(csvHeader[std::size_t(4 + i)]));
             return false;
         }
     }

@@ -217,7 +217,8 @@ private slots:
         marks.add(Mark::point(notANumber, 0.0, magenta, QStringLiteral("nowhere")));
         marks.add(Mark::box(4.0, 8.0, -30.0, -10.0, magenta, QStringLiteral("box")));
         marks.add(Mark::point(10.0, 0.0, magenta, QStringLiteral("point")));
-        marks.add(Mark::polyline({ QPointF(12.0, 20.0), QPointF(16.0, 40.0) }, magenta, QStringLiteral("trail")));
+        marks.add(
+            Mark::polyline({ QPointF(12.0, 20.0), QPointF(16.0, 40.0) }, magenta, QStringLiteral("trail")));
         marks.add(Mark::point(7.0, -15.0, magenta, QStringLiteral("point in box")));
         marks.add(Mark::countLine(-50.0, magenta, QStringLiteral("gate")));
         shown.display->grabFramebuffer();
@@ -376,16 +377,24 @@ private slots:
         QTest::addColumn<QByteArray>("content"); // written to in.csv first; empty: nothing written
         QTest::addColumn<QString>("exportTo"); // relative to a fresh folder; empty: import in.csv
         QTest::addColumn<QString>("message");
-        QTest::newRow("export into a missing folder") << QByteArray() << "missing/log.csv" << "";
-        QTest::newRow("export below a file") << QByteArray("x") << "in.csv/log.csv" << "";
-        const QByteArray header = "frame,time_utc,widget,tool,start_range_m,start_bearing_deg,end_range_m,"
-                                  "end_bearing_deg,start_across_m,start_along_m,end_across_m,end_along_m,value,unit\n";
+        QTest::newRow("export into a missing folder") << QByteArray() << "missing/log.csv"
+                                                      << "";
+        QTest::newRow("export below a file") << QByteArray("x") << "in.csv/log.csv"
+                                             << "";
+        const QByteArray header
+            = "frame,time_utc,widget,tool,start_range_m,start_bearing_deg,end_range_m,"
+              "end_bearing_deg,start_across_m,start_along_m,end_across_m,end_along_m,value,unit\n";
         const QByteArray row = "1,,display,distance,1,2,3,4,5,6,7,8,9,m\n";
-        QTest::newRow("not a log") << QByteArray("a,b\n") << "" << "byte offset 0:";
-        QTest::newRow("bad number") << header + row + "2,,display,distance,1,x,3,4,5,6,7,8,9,m\n" << ""
-                                    << QStringLiteral("byte offset %1: bad number").arg(header.size() + row.size());
-        QTest::newRow("short row") << header + "1,,display\n" << "" << QStringLiteral("byte offset %1:").arg(header.size());
-        QTest::newRow("area in metres") << header + "1,,display,circle,1,2,3,4,5,6,7,8,9,m\n" << "" << "unit";
+        QTest::newRow("not a log") << QByteArray("a,b\n") << ""
+                                   << "byte offset 0:";
+        QTest::newRow("bad number")
+            << header + row + "2,,display,distance,1,x,3,4,5,6,7,8,9,m\n"
+            << "" << QStringLiteral("byte offset %1: bad number").arg(header.size() + row.size());
+        QTest::newRow("short row") << header + "1,,display\n"
+                                   << "" << QStringLiteral("byte offset %1:").arg(header.size());
+        QTest::newRow("area in metres") << header + "1,,display,circle,1,2,3,4,5,6,7,8,9,m\n"
+                                        << ""
+                                        << "unit";
     }
 
     void csvFailures()
@@ -462,7 +471,8 @@ private slots:
                 int count = 0;
                 for (int y = 0; y < image.height(); ++y) {
                     for (int x = 0; x < image.width(); ++x) {
-                        const bool border = x < 2 || y < 2 || x >= image.width() - 2 || y >= image.height() - 2;
+                        const bool border
+                            = x < 2 || y < 2 || x >= image.width() - 2 || y >= image.height() - 2;
                         const QColor c = image.pixelColor(x, y);
                         count += border && c.green() > 120 && c.red() < 100;
                     }
@@ -488,7 +498,8 @@ private slots:
                 gridBeside = 0;
                 for (int step = 1; step <= 4; ++step) {
                     for (const int x : { first - step, last + step })
-                        gridBeside += TestSupport::pixelMatches(image, QPoint(x, inside.y()), QColor(128, 128, 128), 30);
+                        gridBeside += TestSupport::pixelMatches(
+                            image, QPoint(x, inside.y()), QColor(128, 128, 128), 30);
                 }
             };
             double centre = 0.0;
