@@ -62,8 +62,8 @@ public:
     /// Shows or hides the maker's and the product's logos, from the next paint.
     void setBranding(bool enabled);
     /// Colours of the logos: the maker logo's two colours, then the product logo's.
-    void setBrandingColours(
-        const QColor& ternwickPrimary, const QColor& ternwickSecondary, const QColor& nereon);
+    void setBrandingColours(const QColor& ternwickPrimary, const QColor& ternwickSecondary,
+                            const QColor& nereon);
     /// Replaces the rotation, degrees counter-clockwise.
     void setRotation(int degrees);
     /// Mirrors the fan left to right.
@@ -115,8 +115,7 @@ public:
 signals:
     /// Frames received in the last second that had any; emitted at the first frame of a new second.
     void frameRateChanged(int frameRate);
-    /// Position under the mouse: across-track x, along-track y, slant range r (metres), bearing theta
-    /// (degrees).
+    /// Position under the mouse: across-track x, along-track y, slant range r (metres), bearing theta (degrees).
     void newMousePosition(double x, double y, double r, double theta);
 
 public slots:
