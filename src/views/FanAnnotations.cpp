@@ -48,7 +48,7 @@ QPolygonF shapeOf(const FanAnnotations::Mark& mark, const FanOverlayContext& con
         for (const QPointF& point : mark.points)
             shape << context.toPixels(point.x(), point.y());
         if (mark.kind == Mark::Point)
-            shape.resize(std::min(shape.size(), 1));
+            shape.resize(std::min<int>(static_cast<int>(shape.size()), 1));
         break;
     case Mark::Box: {
         if (mark.points.size() < 2)
@@ -280,9 +280,10 @@ int FanAnnotations::markAt(const QPointF& widgetPoint, double tolerance) const
         }
         if (closed && shape.containsPoint(widgetPoint, Qt::OddEvenFill))
             return it->first;
-        const int segments = closed ? shape.size() : shape.size() - 1;
+        const int corners = static_cast<int>(shape.size());
+        const int segments = closed ? corners : corners - 1;
         for (int i = 0; i < segments; ++i) {
-            if (distanceToSegment(widgetPoint, shape[i], shape[(i + 1) % shape.size()]) <= reach)
+            if (distanceToSegment(widgetPoint, shape[i], shape[(i + 1) % corners]) <= reach)
                 return it->first;
         }
     }
