@@ -320,7 +320,9 @@ float FanGeometryEngine::gridStartAngle() const
 {
     // The data spans 90 - last bearing to 90 - first bearing; the default start
     // is a whole degree, which leaves narrow fans' grid off their edges.
-    if (trueEdges && width > 0 && static_cast<std::size_t>(width) <= bearings.size())
+    // Before the first frame the bearings are all zero and span nothing: the default grid stays.
+    if (trueEdges && width > 1 && static_cast<std::size_t>(width) <= bearings.size()
+        && bearings[static_cast<std::size_t>(width - 1)] != bearings[0])
         return 90.0f - static_cast<float>(bearings[static_cast<std::size_t>(width - 1)]) / 100.0f;
     return static_cast<float>(startAngle);
 }

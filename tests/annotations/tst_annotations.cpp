@@ -442,6 +442,13 @@ private slots:
         display.setTextColour(QColor(0, 255, 0));
         display.resize(option == QLatin1String("true edges") ? QSize(300, 400) : QSize(400, 260));
         QVERIFY(TestSupport::showExposed(display));
+        if (option == QLatin1String("true edges")) {
+            // Before a frame there are no true edges: the empty grid stays as it was.
+            const QImage empty = display.grabFramebuffer();
+            FanDisplayExtensions::setTrueEdges(&display, true);
+            QCOMPARE(display.grabFramebuffer(), empty);
+            FanDisplayExtensions::setTrueEdges(&display, false);
+        }
         if (option != QLatin1String("grid awaits frame")) {
             // A narrow fan for the edges; the widest for labels at the widget's sides.
             const int half = option == QLatin1String("true edges") ? 735 : 6500;
