@@ -53,14 +53,15 @@ public:
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override
     {
-        // The magnifier has no meta-object of its own: recognised by address.
-        ZoomDisplay* zoom = watched == hooks.filteredZoom.data() ? hooks.filteredZoom.data() : nullptr;
         switch (event->type()) {
         case QEvent::MouseButtonPress:
         case QEvent::MouseMove:
         case QEvent::MouseButtonRelease:
-            if (zoom)
-                return hooks.magnifierMouseEvent(*zoom, *static_cast<QMouseEvent*>(event));
+            // The magnifier has no meta-object of its own: recognised by address.
+            if (watched == hooks.filteredZoom.data()) {
+                return hooks.magnifierMouseEvent(
+                    *static_cast<ZoomDisplay*>(watched), *static_cast<QMouseEvent*>(event));
+            }
             break;
         default:
             break;
@@ -185,7 +186,7 @@ void FanDisplayHooks::setMagnifierMeasuring(bool enabled)
         return;
     if (!magnifierFilter)
         magnifierFilter = std::make_unique<MagnifierFilter>(*this);
-    filteredZoom = display.getZoomDisplay();
+    filteredZoom = static_cast<QObject*>(display.getZoomDisplay());
     if (filteredZoom)
         filteredZoom->installEventFilter(magnifierFilter.get());
 }

@@ -84,7 +84,8 @@ private:
     FanDisplay& display;
     bool magnifierMeasuring = false;
     std::unique_ptr<MagnifierFilter> magnifierFilter;
-    QPointer<ZoomDisplay> filteredZoom;
+    // Held as a QObject: the filter hears of the magnifier while it is being destroyed too.
+    QPointer<QObject> filteredZoom;
     std::unique_ptr<MeasuringToolBase> magnifierTool;
     FanDisplayOptions::MeasurementMode magnifierMode = FanDisplayOptions::StraightLine;
     // The magnifier's view when its measurement was taken: a moved view leaves it behind.
