@@ -169,6 +169,7 @@ protected:
 
 private:
     friend class FanDisplayProbe; // test access to the private record
+    friend class FanDisplayHooks; // what applications attach, kept in the private record
 
     class FanDisplayPrivate;
     std::unique_ptr<FanDisplayPrivate> const d;

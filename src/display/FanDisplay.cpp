@@ -9,6 +9,7 @@
 #include "measuring/RectangleAreaMeasure.h"
 
 #include <QDateTime>
+#include <QFontMetricsF>
 #include <QLoggingCategory>
 #include <QMouseEvent>
 #include <QPixmap>
@@ -62,6 +63,7 @@ FanDisplay::FanDisplayPrivate::FanDisplayPrivate(FanDisplay& display)
     : zoomDisplay(new ZoomDisplay(geometryEngine, display))
     , zoomDisplayOutline(zoomDisplay)
     , zoomDisplayGuard(zoomDisplay)
+    , hooks(display)
 {
 }
 
@@ -305,6 +307,7 @@ void FanDisplay::newImageReceived(const NereonImage& image)
         d->tool->updateMeasurement(range, currentScale.x, currentScale.y);
     }
     d->geometryEngine.processNewImage(image);
+    d->hooks.frameReceived = true;
     // A frame on the worker asks for its repaint when its results are ready.
     if (!d->geometryEngine.processesFrameInBackground())
         update();
@@ -436,6 +439,8 @@ void FanDisplay::resizeGL(int width, int height)
     // the last fit rather than poisoning the transform with infinities.
     if (!std::isfinite(sx) || !std::isfinite(sy) || sx == 0.0f || sy == 0.0f)
         return;
+    if (d->hooks.labelMargin)
+        d->fitRangeLabelsInside(*this, QSize(width, height), bounds, sx, sy);
     scale(sx, sy, 1.0f, true);
 
     const float cx = static_cast<float>(bounds.x()) + fanWidth / 2.0f;
@@ -474,14 +479,15 @@ void FanDisplay::paintGL()
     d->geometryEngine.drawFanImage(getCurrentProjection());
 
     const QColor gridColour = d->gridColourForPaint();
-    if (d->showRangeLines)
+    const bool showGrid = d->hooks.frameReceived || !d->hooks.gridAwaitsFrame;
+    if (d->showRangeLines && showGrid)
         overlay.drawLines(d->geometryEngine.getRangeLineVertices(), 1, gridColour, false, false, false);
-    if (d->showRangeArcs) {
+    if (d->showRangeArcs && showGrid) {
         const std::vector<std::vector<float>> arcs = d->geometryEngine.getRangeArcVertices();
         for (const std::vector<float>& arc : arcs)
             overlay.drawLines(arc, 1, gridColour, false, true, false);
     }
-    if (d->showRangeLabels) {
+    if (d->showRangeLabels && showGrid) {
         for (const RangeLabelParams& label : d->geometryEngine.getRangeLabelParams(rotation))
             overlay.drawText(
                 label.x, label.y, label.angle, label.text, label.anchor, label.screenCoordinates);
@@ -489,6 +495,8 @@ void FanDisplay::paintGL()
 
     if (d->tool->getState() != MeasuringToolBase::Idle)
         d->tool->displayMeasurement(overlay);
+
+    d->hooks.paint(*this, overlay, false);
 
     if (d->zoomDisplayIsVisible()) {
         d->liveZoomDisplay()->update();
@@ -576,6 +584,8 @@ void FanDisplay::mouseReleaseEvent(QMouseEvent* event)
         // A click without a drag measures nothing and leaves nothing behind.
         if (!d->tool->hasMeasurement())
             d->tool->reset();
+        else
+            d->hooks.reportMeasurement(*this, *d->tool, d->measurementMode, false);
     } else {
         // A click that started no measurement clears a finished one.
         d->tool->reset();
@@ -638,6 +648,60 @@ void FanDisplay::FanDisplayPrivate::renderLogoImages(int widgetHeight)
     nereonLogo.setColour(nereonLogoColour);
     nereonLogo.setFixedSize(logoWidth(nereonLogo.getSvgSize()), logoHeight);
     nereonLogoImage = nereonLogo.grab().toImage();
+}
+
+void FanDisplay::FanDisplayPrivate::fitRangeLabelsInside(
+    FanDisplay& display, QSize size, const QRectF& bounds, float& sx, float& sy)
+{
+    if (!showRangeLabels || !distanceUnit || size.isEmpty())
+        return;
+    const float rotation = display.getCurrentRotation();
+    const std::vector<RangeLabelParams> labels = geometryEngine.getRangeLabelParams(rotation);
+
+    // The fan keeps its centre in the widget's centre; only the pixels per fan unit
+    // shrink until every label's box lies inside, text sizes being fixed in pixels.
+    constexpr double padding = 2.0;
+    constexpr double radiansPerDegree = 3.14159265358979323846 / 180.0;
+    const double fittedScale = static_cast<double>(sx) * size.width() / 2.0;
+    const double centreX = bounds.x() + std::abs(bounds.width()) / 2.0;
+    const double centreY = bounds.y() + bounds.height() + std::abs(bounds.height()) / 2.0;
+    const QFontMetricsF metrics(font, &display);
+    const double halfHeight = (metrics.ascent() + metrics.descent()) / 2.0;
+    const double turn = static_cast<double>(rotation) * radiansPerDegree;
+
+    double scale = fittedScale;
+    const auto limit = [&scale](double offset, double middle, double extent, double low, double high) {
+        // middle + scale * offset + extent must stay within [low, high].
+        if (offset > 0.0)
+            scale = std::min(scale, (high - middle - extent) / offset);
+        else if (offset < 0.0)
+            scale = std::min(scale, (low - middle - extent) / offset);
+    };
+    for (const RangeLabelParams& label : labels) {
+        const double x = label.x * std::cos(turn) - label.y * std::sin(turn);
+        const double y = label.x * std::sin(turn) + label.y * std::cos(turn);
+        const double offsetX = x - centreX;
+        const double offsetY = -(y - centreY); // pixels grow downwards
+        const double width = metrics.horizontalAdvance(QString::fromStdString(label.text));
+        const double angle = (label.angle + static_cast<double>(rotation)) * radiansPerDegree;
+        const double alongX = std::cos(angle);
+        const double alongY = -std::sin(angle);
+        const double from = (label.anchor & 0x0f) == 0x02 ? -width : 0.0;
+        for (const double along : { from, from + width }) {
+            for (const double side : { -halfHeight, halfHeight }) {
+                const double extentX = along * alongX - side * alongY;
+                const double extentY = along * alongY + side * alongX;
+                limit(offsetX, size.width() / 2.0, extentX, padding, size.width() - padding);
+                limit(offsetY, size.height() / 2.0, extentY, padding, size.height() - padding);
+            }
+        }
+    }
+    // A widget too small for the labels still shows a fan.
+    scale = std::max(scale, 0.2 * fittedScale);
+    if (scale >= fittedScale)
+        return;
+    sx = static_cast<float>(2.0 * scale / size.width());
+    sy = static_cast<float>(2.0 * scale / size.height());
 }
 
 QColor FanDisplay::FanDisplayPrivate::gridColourForPaint()

@@ -3,6 +3,7 @@
 #include "FanDisplay.h"
 #include "ZoomDisplay.h"
 #include "display/ColourScale.h"
+#include "display/FanDisplayHooks.h"
 #include "engine/FanGeometryEngine.h"
 #include "measuring/MeasuringToolBase.h"
 #include "measuring/StraightLineMeasure.h"
@@ -37,6 +38,8 @@ public:
     void emitMousePosition(FanDisplay& display, const QPointF& g);
     /// Renders both logos at one twelfth of the widget's height.
     void renderLogoImages(int widgetHeight);
+    /// Shrinks the fit (clip units per fan unit) so that the range labels stay inside the widget.
+    void fitRangeLabelsInside(FanDisplay& display, QSize size, const QRectF& bounds, float& sx, float& sy);
     /// The colour of the range lines and arcs for this paint.
     QColor gridColourForPaint();
     /// Draws the colour scale over what has been painted so far.
@@ -89,6 +92,8 @@ public:
     QColor chosenGridColour;
     // Whether this display set Qt::WA_AlwaysStackOnTop itself, for a see-through clear colour.
     bool stacksOnTopForTranslucency = false;
+    // Overlays, measurement listeners and the opt-ins applications attach.
+    FanDisplayHooks hooks;
 };
 
 } // namespace Halcyra::Nereon::Visualisation

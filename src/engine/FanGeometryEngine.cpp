@@ -306,6 +306,27 @@ void FanGeometryEngine::setDistanceUnit(const DataProcessing::Units::AbstractUni
     distanceUnit = unit;
 }
 
+void FanGeometryEngine::setTrueEdges(bool enabled)
+{
+    if (trueEdges == enabled)
+        return;
+    trueEdges = enabled;
+    newGeometry = true;
+    lastTransform = QMatrix4x4(); // the hit test's outline moves with the edges
+    lastTransform.fill(0.0f);
+}
+
+float FanGeometryEngine::gridStartAngle() const
+{
+    // The data spans 90 - last bearing to 90 - first bearing; the default start
+    // is a whole degree, which leaves narrow fans' grid off their edges.
+    // Before the first frame the bearings are all zero and span nothing: the default grid stays.
+    if (trueEdges && width > 1 && static_cast<std::size_t>(width) <= bearings.size()
+        && bearings[static_cast<std::size_t>(width - 1)] != bearings[0])
+        return 90.0f - static_cast<float>(bearings[static_cast<std::size_t>(width - 1)]) / 100.0f;
+    return static_cast<float>(startAngle);
+}
+
 void FanGeometryEngine::horizontalFlip()
 {
     flipped = !flipped;
@@ -421,8 +442,8 @@ void FanGeometryEngine::calculateStraightLineGeometry()
 {
     const float quarterAperture = 0.25f * aperture;
     for (int i = 0; i < 5; ++i) {
-        const float phi = (static_cast<float>(i) * quarterAperture + static_cast<float>(startAngle))
-            * degreesToRadiansFactor;
+        const float phi
+            = (static_cast<float>(i) * quarterAperture + gridStartAngle()) * degreesToRadiansFactor;
         float* segment = rangeLineVertices.data() + 4 * i;
         segment[0] = 0.0f;
         segment[1] = 0.0f;
@@ -440,7 +461,7 @@ void FanGeometryEngine::calculateArcGeometry()
         arc.resize(static_cast<std::size_t>(2 * std::max(width, 0)), 0.0f);
         for (std::int32_t j = 0; j < width; ++j) {
             const double phi = static_cast<double>(
-                (static_cast<float>(j) * step + static_cast<float>(startAngle)) * degreesToRadiansFactor);
+                (static_cast<float>(j) * step + gridStartAngle()) * degreesToRadiansFactor);
             arc[static_cast<std::size_t>(2 * j)] = static_cast<float>(std::cos(phi) * k / 5.0);
             arc[static_cast<std::size_t>(2 * j + 1)] = static_cast<float>(std::sin(phi) * k / 5.0);
         }
@@ -616,7 +637,7 @@ void FanGeometryEngine::drawFanTriangles(const QMatrix4x4& projection)
 
 QRectF FanGeometryEngine::getFanBounds(float rotation) const
 {
-    const float start = (static_cast<float>(startAngle) + rotation) * degreesToRadiansFactor;
+    const float start = (gridStartAngle() + rotation) * degreesToRadiansFactor;
     const float end = start + aperture * degreesToRadiansFactor;
 
     std::vector<float> xs { 0.0f };
@@ -656,8 +677,8 @@ bool FanGeometryEngine::pointIsWithinFan(const QPointF& point, const QMatrix4x4&
         // Evenly spread beams: the polygon is an outline, not the drawn triangles.
         const float lastBeam = static_cast<float>(width - 1);
         for (std::int32_t i = 0; i < width; ++i) {
-            const float angle = (static_cast<float>(i) * aperture / lastBeam + static_cast<float>(startAngle))
-                * degreesToRadiansFactor;
+            const float angle
+                = (static_cast<float>(i) * aperture / lastBeam + gridStartAngle()) * degreesToRadiansFactor;
             const float x = static_cast<float>(std::cos(static_cast<double>(angle)));
             const float y = static_cast<float>(std::sin(static_cast<double>(angle)));
             fanPolygon.append(transform.map(QPointF(static_cast<double>(x), static_cast<double>(y))));
@@ -674,10 +695,15 @@ std::vector<RangeLabelParams> FanGeometryEngine::getRangeLabelParams(float rotat
 
     constexpr double radiansPerDegree = 3.14159265358979323846 / 180.0;
     const float half = 0.5f * aperture;
-    const auto rightEdge = static_cast<float>(static_cast<double>(90.0f - half) * radiansPerDegree);
-    const auto leftEdge = static_cast<float>(static_cast<double>(90.0f + half) * radiansPerDegree);
+    // With true edges the labels stand on the outermost beams, which need not be symmetric.
+    const float rightDegrees = trueEdges ? gridStartAngle() : 90.0f - half;
+    const float leftDegrees = trueEdges ? rightDegrees + aperture : 90.0f + half;
+    const auto rightEdge = static_cast<float>(static_cast<double>(rightDegrees) * radiansPerDegree);
+    const auto leftEdge = static_cast<float>(static_cast<double>(leftDegrees) * radiansPerDegree);
+    const std::int32_t start
+        = trueEdges ? static_cast<std::int32_t>(std::lround(gridStartAngle())) : std::int32_t { startAngle };
 
-    const std::int32_t rightAngle = startAngle - 90;
+    const std::int32_t rightAngle = start - 90;
     const float rightTurned = static_cast<float>(rightAngle) + rotation;
     const bool flipRight = rightTurned > 90.0f && rightTurned < 270.0f;
 
@@ -698,7 +724,7 @@ std::vector<RangeLabelParams> FanGeometryEngine::getRangeLabelParams(float rotat
         right.x = static_cast<float>(std::cos(static_cast<double>(rightEdge)) / 5.0 * j);
         right.y = static_cast<float>(std::sin(static_cast<double>(rightEdge)) / 5.0 * j);
         if (flipRight) {
-            right.angle = startAngle - 270;
+            right.angle = start - 270;
             right.text = label + ' ';
             right.anchor = 18;
         } else {

@@ -143,6 +143,17 @@ public:
     bool pointIsWithinFan(const QPointF& point, const QMatrix4x4& transform);
     std::vector<RangeLabelParams> getRangeLabelParams(float rotation);
 
+    /**
+     * Puts the range lines, arcs, labels, the fit and the hit test on the outermost
+     * beams' bearings instead of a whole-degree start angle; off by default.
+     */
+    void setTrueEdges(bool enabled);
+    bool hasTrueEdges() const { return trueEdges; }
+    /// The newest frame's bearings (hundredths of a degree, ascending) and whether it is mirrored.
+    const std::vector<std::int16_t>& getBearings() const { return bearings; }
+    std::int32_t getBeamCount() const { return width; }
+    bool isFlipped() const { return flipped; }
+
 private:
     friend class FanGeometryEngineProbe; // test access to the members below
 
@@ -157,6 +168,8 @@ private:
         QOpenGLTexture::PixelType type, const void* texels);
     /// Uploads the stored frame, smoothed with the kernel of this radius (0: as it is).
     void refreshIntensityTexture(int radius);
+    /// Angle of the grid's first line from the +x axis, degrees.
+    float gridStartAngle() const;
     /// Draws the fan triangles, in runs of one intensity filter where the renderer's choice is known.
     void drawFanTriangles(const QMatrix4x4& projection);
 
@@ -194,6 +207,7 @@ private:
     /// The latest frame: its bytes, shared with the sender (frames are immutable), are the intensities.
     NereonImage intensityFrame;
     bool flipped = false;
+    bool trueEdges = false;
     double range = 0.0;
     bool newGeometry = true;
     QMatrix4x4 lastTransform;

@@ -49,6 +49,9 @@ public:
     virtual void reset();
 
     State getState() const;
+    /// The press point and the latest drag point, clip coordinates of the widget measured on.
+    QPointF getStartPoint() const { return startPoint; }
+    QPointF getEndPoint() const { return endPoint; }
     /// The unit of the label; not owned.
     void setUnit(const DataProcessing::Units::AbstractUnit* unit);
 

@@ -1,7 +1,9 @@
 #include "ZoomDisplay.h"
 
 #include "FanDisplay.h"
+#include "display/FanDisplayHooks.h"
 #include "engine/FanGeometryEngine.h"
+#include "gui/OpenGLWidgetPainter.h"
 #include "maths/GeometryFunctions.h"
 #include "zoom/ZoomDisplayPrivate.h"
 
@@ -200,6 +202,12 @@ void ZoomDisplay::paintGL()
     // A QPainter in an earlier frame may have left multisampling off.
     glEnable(GL_MULTISAMPLE);
     d->geometryEngine.drawFanImage(getCurrentProjection());
+
+    FanDisplayHooks& hooks = FanDisplayHooks::of(d->parentDisplay);
+    if (hooks.hasMagnifierWork()) {
+        const GUI::Widgets::Bases::OpenGLWidgetPainter::Pass pass(painter());
+        hooks.paint(*this, painter(), true);
+    }
 }
 
 void ZoomDisplay::parentDisplayDestroyed()

@@ -1,0 +1,7 @@
+#include "FanMeasurementListener.h"
+
+namespace Halcyra::Nereon::Visualisation {
+
+FanMeasurementListener::~FanMeasurementListener() = default;
+
+} // namespace Halcyra::Nereon::Visualisation

@@ -1,0 +1,7 @@
+#include "FanOverlay.h"
+
+namespace Halcyra::Nereon::Visualisation {
+
+FanOverlay::~FanOverlay() = default;
+
+} // namespace Halcyra::Nereon::Visualisation
