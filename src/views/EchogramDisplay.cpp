@@ -83,8 +83,10 @@ QRect EchogramDisplay::EchogramDisplayPrivate::plotRect() const
         const QString widest = QStringLiteral("00000 ") + QString::fromStdString(distanceUnit->getSymbol());
         left = metrics.horizontalAdvance(widest) + 6;
     }
+    // Room above for half the top range label, which is centred on its range.
+    const int top = distanceUnit ? metrics.height() / 2 : 0;
     const int bottom = metrics.height() + 4;
-    return QRect(left, 0, std::max(1, q.width() - left), std::max(1, q.height() - bottom));
+    return QRect(left, top, std::max(1, q.width() - left), std::max(1, q.height() - bottom - top));
 }
 
 std::int64_t EchogramDisplay::EchogramDisplayPrivate::groupForView() const
