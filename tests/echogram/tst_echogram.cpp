@@ -212,17 +212,25 @@ private slots:
         std::vector<NereonImage> earlier;
         for (int i = 0; i < 8; ++i)
             earlier.push_back(randomFrame(64, 100, 10.0, random));
+        FanDisplay fan;
+        fan.resize(300, 300);
+        for (const auto overlay : { Options::RangeLabels, Options::RangeArcs, Options::RangeLines })
+            fan.setOverlayFeature(overlay, false);
+        fan.setPalette(Options::Palette(palette));
+        fan.setPaletteModifier(std::uint8_t(modifier));
+        fan.setClampLevel(clampLevel);
+        QVERIFY(TestSupport::showExposed(fan));
+        EchogramDisplay echogram;
+        echogram.resize(300, 150);
+        echogram.setPalette(Options::Palette(palette));
+        echogram.setPaletteModifier(std::uint8_t(modifier));
+        echogram.setAutomaticThresholds(clampLevel);
+        echogram.setLiveWindow(16);
+        QVERIFY(TestSupport::showExposed(echogram));
+
         for (const int value : { 40, 150, 230 }) {
             // Frames that move the thresholds first, then one intensity everywhere.
             const NereonImage frame = TestSupport::uniformFrame(64, 100, 10.0, std::uint8_t(value));
-            FanDisplay fan;
-            fan.resize(300, 300);
-            for (const auto overlay : { Options::RangeLabels, Options::RangeArcs, Options::RangeLines })
-                fan.setOverlayFeature(overlay, false);
-            fan.setPalette(Options::Palette(palette));
-            fan.setPaletteModifier(std::uint8_t(modifier));
-            fan.setClampLevel(clampLevel);
-            QVERIFY(TestSupport::showExposed(fan));
             for (const NereonImage& image : earlier)
                 fan.newImageReceived(image);
             fan.newImageReceived(frame);
@@ -230,21 +238,14 @@ private slots:
             const QColor fanColour
                 = fanPicture.pixelColor(TestSupport::pixelOf(fan, fanPicture, QPointF(0.0, 0.5)));
 
-            EchogramDisplay echogram;
-            echogram.resize(300, 150);
-            echogram.setPalette(Options::Palette(palette));
-            echogram.setPaletteModifier(std::uint8_t(modifier));
-            echogram.setAutomaticThresholds(clampLevel);
-            echogram.setLiveWindow(16);
-            QVERIFY(TestSupport::showExposed(echogram));
             // Thresholds move with frames only followed (as while a recording plays) and with live ones.
             for (std::size_t i = 0; i < earlier.size(); ++i) {
                 if (i < 4)
                     echogram.followThresholds(earlier[i]);
                 else
-                    echogram.addImage(earlier[i], std::int64_t(i));
+                    echogram.addImage(earlier[i], value * 100 + std::int64_t(i));
             }
-            echogram.addImage(frame, 100);
+            echogram.addImage(frame, value * 100 + 50);
             if (clampLevel > 0.0f)
                 QVERIFY(echogram.getUpperThreshold() < 0.5f); // the frames did move them
             const QImage picture = echogram.grabFramebuffer();
