@@ -52,6 +52,8 @@ public:
      * for a frame that cannot be reduced (see isUsable()).
      */
     bool append(const NereonImage& image, int frameIndex, std::int64_t timestamp);
+    /// Makes room for `columns` more columns at once, sparing a long recording's copies while it grows.
+    void reserve(std::size_t columns);
     /// Drops the oldest columns until at most `count` are kept; a break left oldest goes too.
     void keepLast(std::size_t count);
     /// Forgets every column; numbering starts again at 0.

@@ -9,6 +9,8 @@ EchogramColumns EchogramBuilder::build(
 {
     EchogramColumns columns(rangeBins, reduction);
     reader.seekToFrame(0);
+    // A few breaks may come on top; a vector doubling past its reserve is rare then.
+    columns.reserve(static_cast<std::size_t>(reader.getFrameCount()) + 16);
     Sources::SourceFrame frame;
     int done = 0;
     while (reader.next(frame)) {

@@ -127,6 +127,15 @@ void EchogramColumns::pushColumn(int frameIndex, std::int64_t timestamp, float r
     ranges.push_back(range);
 }
 
+void EchogramColumns::reserve(std::size_t columns)
+{
+    const std::size_t total = frameIndices.size() + columns;
+    bins.reserve(total * static_cast<std::size_t>(rangeBins));
+    frameIndices.reserve(total);
+    timestamps.reserve(total);
+    ranges.reserve(total);
+}
+
 void EchogramColumns::keepLast(std::size_t count)
 {
     while (size() > count || (!isEmpty() && ranges[start] <= 0.0f)) {

@@ -254,18 +254,28 @@ void EchogramDisplay::EchogramDisplayPrivate::addLive(
     q.update();
 }
 
+std::int64_t EchogramDisplay::EchogramDisplayPrivate::cursorColumn() const
+{
+    if (cursorFrame < 0)
+        return -1;
+    std::int64_t column = columns.findFrame(cursorFrame);
+    // A break carries the number of the frame after it.
+    if (column < columns.getEndColumn() && columns.isBreak(column))
+        ++column;
+    if (column >= columns.getEndColumn() || columns.getFrameIndex(column) != cursorFrame)
+        return -1;
+    return column;
+}
+
 std::int64_t EchogramDisplay::EchogramDisplayPrivate::columnForClick(int x) const
 {
     const std::int64_t column = q.pixelToColumn(x);
     if (column < 0)
         return -1;
     // The cursor's own pixel gives the cursor's frame, even where a pixel holds many frames.
-    if (cursorFrame >= 0) {
-        const std::int64_t cursorColumn = columns.findFrame(cursorFrame);
-        if (cursorColumn < columns.getEndColumn() && columns.getFrameIndex(cursorColumn) == cursorFrame
-            && q.columnToPixel(cursorColumn) == x)
-            return cursorColumn;
-    }
+    const std::int64_t cursor = cursorColumn();
+    if (cursor >= 0 && q.columnToPixel(cursor) == x)
+        return cursor;
     return column;
 }
 
@@ -421,9 +431,8 @@ void EchogramDisplay::EchogramDisplayPrivate::paintLabels()
         }
     }
 
-    if (cursorFrame >= 0 && !columns.isEmpty()) {
-        const std::int64_t column = columns.findFrame(cursorFrame);
-        const int x = column < columns.getEndColumn() ? q.columnToPixel(column) : -1;
+    if (const std::int64_t column = cursorColumn(); column >= 0) {
+        const int x = q.columnToPixel(column);
         // A filled pixel column: exactly the pixel that columnToPixel() names, at either edge too.
         if (x >= 0)
             painter.fillRect(QRect(x, plot.top(), 1, plot.height()), cursorColour);

@@ -42,6 +42,8 @@ public:
     void uploadGroups(std::int64_t first, std::int64_t last);
     /// Appends a frame's column as a live frame.
     void addLive(const NereonImage& image, int frameIndex, std::int64_t timestamp);
+    /// The column showing the cursor's frame, or -1.
+    std::int64_t cursorColumn() const;
     /// The column whose frame a click at widget x asks for, or -1.
     std::int64_t columnForClick(int x) const;
     void requestFrameAt(int x);
