@@ -36,14 +36,18 @@ enum class EchogramReduction
 class TERNWICK_NEREON_VIEWS_EXPORT EchogramColumns
 {
 public:
+    /// Range bins a column has unless asked otherwise.
     static constexpr int defaultRangeBins = 256;
+    /// The most range bins a column can have.
     static constexpr int maximumRangeBins = 1024;
 
     /// Empty columns of `rangeBins` bins (clamped to 1..maximumRangeBins).
     explicit EchogramColumns(
         int rangeBins = defaultRangeBins, EchogramReduction reduction = EchogramReduction::Maximum);
 
+    /// Range bins of every column.
     int getRangeBins() const { return rangeBins; }
+    /// How the beams are reduced.
     EchogramReduction getReduction() const { return reduction; }
 
     /**
@@ -61,6 +65,7 @@ public:
 
     /// Columns kept, breaks included.
     std::size_t size() const { return frameIndices.size() - start; }
+    /// Whether no column is kept.
     bool isEmpty() const { return size() == 0; }
     /// Number of the oldest column kept (the columns dropped before it count).
     std::int64_t getFirstColumn() const { return dropped; }
@@ -75,6 +80,7 @@ public:
     std::int64_t getTimestamp(std::int64_t column) const;
     /// Range of the frame's last row in metres; 0 for a break.
     float getRange(std::int64_t column) const;
+    /// Whether a kept column is a break between segments.
     bool isBreak(std::int64_t column) const { return getRange(column) <= 0.0f; }
 
     /// The first kept column showing frame `frameIndex` or a later one (frame numbers ascend); getEndColumn() if none.

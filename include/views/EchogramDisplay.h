@@ -49,6 +49,7 @@ class TERNWICK_NEREON_VIEWS_EXPORT EchogramDisplay : public QOpenGLWidget
     Q_OBJECT
 
 public:
+    /// An empty echogram; GL work waits until the widget is first shown.
     explicit EchogramDisplay(QWidget* parent = nullptr);
     /// Stops a loading thread and releases the GL resources with the widget's context current.
     ~EchogramDisplay() override;
@@ -56,12 +57,15 @@ public:
     /// Range bins per column (1 to EchogramColumns::maximumRangeBins); 256 by default.
     /// Clears what is shown when it changes.
     void setRangeBins(int bins);
+    /// Range bins per column.
     int getRangeBins() const;
     /// Maximum (the default) or mean over the beams; clears what is shown when it changes.
     void setReduction(EchogramReduction reduction);
+    /// How the beams are reduced.
     EchogramReduction getReduction() const;
     /// Frames kept and shown while live (16 up to the GL texture size, at most 8192); 2048 by default.
     void setLiveWindow(int frames);
+    /// Frames kept and shown while live.
     int getLiveWindow() const;
 
     /// The columns shown: those of the recording loaded, or the live frames kept.
@@ -73,17 +77,20 @@ public:
 
     /// Colour of the background and of ranges beyond a frame's range; rgb(76, 76, 76) by default.
     void setClearColour(const QColor& colour);
+    /// Colour of the background.
     QColor getClearColour() const;
     /// Colour of the breaks between segments; white by default.
     void setBreakColour(const QColor& colour);
+    /// Colour of the breaks between segments.
     QColor getBreakColour() const;
     /// Colour of the range and time labels; rgb(200, 200, 200) by default.
     void setTextColour(const QColor& colour);
     /// Colour of the cursor line; rgb(0, 255, 255) by default.
     void setCursorColour(const QColor& colour);
 
-    /// The frames visible: from the column numbered `first` (see EchogramColumns), `count` columns across.
+    /// Number (see EchogramColumns) of the column at the left edge of the picture; may have a fraction.
     double getFirstVisibleColumn() const;
+    /// Columns across the picture.
     double getVisibleColumnCount() const;
     /// Shows `count` columns from column `first`; stops following new live frames.
     void setVisibleColumns(double first, double count);
@@ -94,6 +101,11 @@ public:
 
     /// As loadRecording(path), from an opened reader, which the loading thread takes over.
     void loadRecording(std::unique_ptr<Halcyra::Nereon::Sources::FrameReader> reader);
+
+    /// Lower threshold in use, 0..1.
+    float getLowerThreshold() const;
+    /// Upper threshold in use, 0..1.
+    float getUpperThreshold() const;
 
     /// The frame marked by the cursor, -1 for none.
     int getCursorFrame() const;
@@ -145,16 +157,21 @@ public slots:
     /// Moves automatic thresholds on by a frame without adding a column (connect the fan's
     /// frames here while a recording is shown).
     void followThresholds(const Halcyra::Nereon::NereonImage& image);
-    float getLowerThreshold() const;
-    float getUpperThreshold() const;
 
 protected:
+    /// Builds the shaders and the column strip once the GL context exists.
     void initializeGL() override;
+    /// Uploads what changed since the last paint, then draws the columns, labels and cursor.
     void paintGL() override;
+    /// Nothing to do: the next paint pools the columns for the new width.
     void resizeGL(int width, int height) override;
+    /// Asks for the frame under the mouse (left button), or starts a pan.
     void mousePressEvent(QMouseEvent* event) override;
+    /// Follows a seek or a pan.
     void mouseMoveEvent(QMouseEvent* event) override;
+    /// Ends a seek or a pan.
     void mouseReleaseEvent(QMouseEvent* event) override;
+    /// Zooms in time about the mouse.
     void wheelEvent(QWheelEvent* event) override;
 
 private:
