@@ -136,6 +136,11 @@ public slots:
 
     /// Marks frame `frame` (as numbered by the frames or recording), -1 for none.
     void setCursorFrame(int frame);
+    /**
+     * The frame the fan now shows, while a loaded recording is on screen: moves the cursor to
+     * it and automatic thresholds on by it. Connect a player's frameReady() here.
+     */
+    void showFrame(const Halcyra::Nereon::Sources::SourceFrame& frame);
     /// Shows the newest live frames again after a pan or zoom.
     void followLatest();
 

@@ -656,6 +656,12 @@ void EchogramDisplay::setCursorFrame(int frame)
     update();
 }
 
+void EchogramDisplay::showFrame(const Sources::SourceFrame& frame)
+{
+    followThresholds(frame.image);
+    setCursorFrame(frame.index);
+}
+
 void EchogramDisplay::followLatest()
 {
     d->following = true;

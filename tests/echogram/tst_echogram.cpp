@@ -303,7 +303,7 @@ private slots:
             const int x = echogram.columnToPixel(column);
             if (x < 0)
                 continue; // not in view
-            echogram.setCursorFrame(frame);
+            echogram.showFrame({ TestSupport::uniformFrame(16, 50, 5.0, 0), frame, 0, 0.0, 0 });
             const QImage picture = echogram.grabFramebuffer();
             NEREON_VERIFY_PIXEL(picture, QPoint(x, 60), QColor(255, 0, 0), 0);
             requested.clear();
