@@ -16,6 +16,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QWheelEvent>
 
 #include <algorithm>
 #include <cmath>
@@ -312,6 +313,38 @@ private slots:
             QCOMPARE(requested.at(0).at(0).toInt(), frame);
             QCOMPARE(requested.at(0).at(1).toLongLong(), 1000000LL * (frame - 500));
         }
+    }
+
+    void wheelZoomsAboutTheMouseAndDragsPan()
+    {
+        EchogramDisplay echogram;
+        echogram.resize(400, 120);
+        QVERIFY(TestSupport::showExposed(echogram));
+        for (int i = 0; i < 1000; ++i)
+            echogram.addImage(TestSupport::uniformFrame(16, 50, 5.0, 0), 1000 * i);
+        echogram.setVisibleColumns(200, 400);
+
+        const QPoint at(100, 60);
+        const std::int64_t under = echogram.pixelToColumn(at.x());
+        QWheelEvent wheel(at, echogram.mapToGlobal(at), QPoint(), QPoint(0, 240), Qt::NoButton, Qt::NoModifier,
+            Qt::NoScrollPhase, false);
+        QApplication::sendEvent(&echogram, &wheel);
+        QVERIFY(echogram.getVisibleColumnCount() < 300); // two notches in
+        QCOMPARE(echogram.pixelToColumn(at.x()), under);
+
+        // Right button, or Shift with the left one: the picture follows the mouse, and nothing is sought.
+        QSignalSpy requested(&echogram, &EchogramDisplay::frameRequested);
+        for (const auto& [button, modifiers] : { std::pair(Qt::RightButton, Qt::NoModifier),
+                 std::pair(Qt::LeftButton, Qt::ShiftModifier) }) {
+            const double before = echogram.getFirstVisibleColumn();
+            QTest::mousePress(&echogram, button, modifiers, at);
+            QMouseEvent move(QEvent::MouseMove, at + QPoint(40, 0), button, button, modifiers);
+            QApplication::sendEvent(&echogram, &move);
+            QTest::mouseRelease(&echogram, button, modifiers, at + QPoint(40, 0));
+            const double perPixel = echogram.getVisibleColumnCount() / echogram.width();
+            QVERIFY(std::abs(echogram.getFirstVisibleColumn() - (before - 40 * perPixel)) < 1e-6);
+        }
+        QCOMPARE(requested.count(), 0);
     }
 
     void recordingLoadsAndCancels()
