@@ -18,30 +18,11 @@
 #include <algorithm>
 #include <cmath>
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 namespace Halcyra::Nereon::Views {
 
 namespace {
 
 constexpr double smallestView = 4.0;
-
-/// dst[i] = max(dst[i], src[i]) for `size` bytes.
-void maximumInto(std::uint8_t* dst, const std::uint8_t* src, std::size_t size)
-{
-    std::size_t i = 0;
-#ifdef __SSE2__
-    for (; i + 16 <= size; i += 16) {
-        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dst + i));
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), _mm_max_epu8(a, b));
-    }
-#endif
-    for (; i < size; ++i)
-        dst[i] = std::max(dst[i], src[i]);
-}
 
 /// A round step of at least `least`: 1, 2 or 5 times a power of ten.
 double roundStep(double least)
@@ -136,18 +117,8 @@ void EchogramDisplay::EchogramDisplayPrivate::uploadGroups(std::int64_t firstGro
             const std::int64_t from = std::max((k + i) * group, firstColumn);
             const std::int64_t to = std::min((k + i + 1) * group, endColumn);
             std::uint8_t* out = uploadBins.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(bins);
-            float range = 0.0f;
-            bool isBreak = from >= to;
-            for (std::int64_t column = from; column < to && !isBreak; ++column) {
-                // A break anywhere in a slot shows, however far the view is zoomed out.
-                if (columns.isBreak(column)) {
-                    isBreak = true;
-                    break;
-                }
-                range = std::max(range, columns.getRange(column));
-                maximumInto(out, columns.getColumn(column), static_cast<std::size_t>(bins));
-            }
-            uploadRanges[static_cast<std::size_t>(i)] = isBreak ? 0.0f : range;
+            // A break anywhere in a slot shows, however far the view is zoomed out.
+            uploadRanges[static_cast<std::size_t>(i)] = from < to ? pyramid.pool(columns, from, to, out) : 0.0f;
         }
         renderer.writeSlots(firstSlot, count, uploadBins.data(), uploadRanges.data());
         k += count;
@@ -235,6 +206,7 @@ void EchogramDisplay::EchogramDisplayPrivate::addLive(
             stopLoader();
         showsRecording = false;
         columns.clear();
+        pyramid.clear();
         largestRange = 0.0f;
         stripValid = false;
         following = true;
@@ -313,6 +285,7 @@ void EchogramDisplay::EchogramDisplayPrivate::startLoad(std::shared_ptr<Sources:
     loader = std::thread([display, reader, path, cancel, generation, bins, reduction]() mutable {
         QString message;
         auto result = std::make_shared<EchogramColumns>(bins, reduction);
+        auto pyramid = std::make_shared<EchogramPyramid>();
         bool completed = false;
         if (!reader)
             reader = std::shared_ptr<Sources::FrameReader>(Sources::FrameReader::create(path, &message));
@@ -337,6 +310,8 @@ void EchogramDisplay::EchogramDisplayPrivate::startLoad(std::shared_ptr<Sources:
             });
             completed = !cancel->load();
             message = reader->describeDamage();
+            if (completed)
+                pyramid->build(*result);
         } else if (reader && message.isEmpty()) {
             message = reader->getErrorString();
         }
@@ -344,15 +319,15 @@ void EchogramDisplay::EchogramDisplayPrivate::startLoad(std::shared_ptr<Sources:
         // destructor waits for this thread, so `display` is alive while this runs.
         QMetaObject::invokeMethod(
             display,
-            [display, generation, result, completed, message]() {
-                display->d->loadDone(generation, result, completed, message);
+            [display, generation, result, pyramid, completed, message]() {
+                display->d->loadDone(generation, result, pyramid, completed, message);
             },
             Qt::QueuedConnection);
     });
 }
 
-void EchogramDisplay::EchogramDisplayPrivate::loadDone(
-    int generation, std::shared_ptr<EchogramColumns> result, bool completed, const QString& message)
+void EchogramDisplay::EchogramDisplayPrivate::loadDone(int generation, std::shared_ptr<EchogramColumns> result,
+    std::shared_ptr<EchogramPyramid> overview, bool completed, const QString& message)
 {
     if (generation != loadGeneration)
         return; // cancelled or replaced: already reported
@@ -363,6 +338,7 @@ void EchogramDisplay::EchogramDisplayPrivate::loadDone(
     const bool shown = completed && !result->isEmpty();
     if (shown) {
         columns = std::move(*result);
+        pyramid = std::move(*overview);
         showsRecording = true;
         following = false;
         largestRange = columns.getLargestRange();
@@ -616,6 +592,7 @@ void EchogramDisplay::clear()
     cancelLoad();
     d->stopLoader();
     d->columns.clear();
+    d->pyramid.clear();
     d->showsRecording = false;
     d->nextLiveNumber = 0;
     d->largestRange = 0.0f;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "EchogramPyramid.h"
 #include "EchogramRenderer.h"
 #include "views/EchogramDisplay.h"
 
@@ -51,12 +52,14 @@ public:
     void startLoad(std::shared_ptr<Sources::FrameReader> reader, const QString& path);
     /// Asks a loading thread to stop and waits for it.
     void stopLoader();
-    void loadDone(int generation, std::shared_ptr<EchogramColumns> result, bool completed, const QString& message);
+    void loadDone(int generation, std::shared_ptr<EchogramColumns> result, std::shared_ptr<EchogramPyramid> overview,
+        bool completed, const QString& message);
 
     void paintLabels();
 
     EchogramDisplay& q;
     EchogramColumns columns;
+    EchogramPyramid pyramid; // a recording's only: live columns come and go
     bool showsRecording = false;
     int liveWindow = 2048;
     int nextLiveNumber = 0;

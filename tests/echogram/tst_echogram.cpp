@@ -1,3 +1,4 @@
+#include "EchogramPyramid.h"
 #include "views/EchogramBuilder.h"
 #include "views/EchogramColumns.h"
 #include "views/EchogramDisplay.h"
@@ -154,6 +155,41 @@ private slots:
             ++checked;
         }
         QCOMPARE(checked, reader->getFrameCount());
+    }
+
+    void overviewPoolsAsTheColumnsDo()
+    {
+        // Enough columns for three levels, with one break, pooled over spans of every kind.
+        std::mt19937 random(11);
+        EchogramColumns columns(32);
+        for (int i = 0; i < 5000; ++i) {
+            const double range = i < 3001 ? 10.0 : 12.0;
+            columns.append(TestSupport::makeFrame(4, 64, range, [&](int, int) { return std::uint8_t(random() % 200); }), i, i);
+        }
+        EchogramPyramid pyramid;
+        pyramid.build(columns);
+        std::uniform_int_distribution<std::int64_t> at(0, columns.getEndColumn());
+        for (int trial = 0; trial < 300; ++trial) {
+            std::int64_t from = at(random), to = at(random);
+            if (trial < 3) { // exactly one entry of a level, or more than there are levels for
+                from = 0;
+                to = std::int64_t(1) << (4 * (trial + 1));
+            }
+            if (from > to)
+                std::swap(from, to);
+            if (from == to)
+                continue;
+            std::vector<std::uint8_t> expected(32, 0), pooled(32, 0);
+            float range = 0.0f;
+            for (std::int64_t c = from; c < to; ++c) {
+                for (int b = 0; b < 32; ++b)
+                    expected[std::size_t(b)] = std::max(expected[std::size_t(b)], columns.getColumn(c)[b]);
+                range = std::max(range, columns.getRange(c));
+            }
+            const bool hasBreak = from <= 3001 && 3001 < to;
+            QCOMPARE(pyramid.pool(columns, from, to, pooled.data()), hasBreak ? 0.0f : range);
+            QVERIFY2(pooled == expected, qPrintable(QString("columns %1 to %2").arg(from).arg(to)));
+        }
     }
 
     void layoutChangeBreaksAndBadFramesAreIgnored()
