@@ -160,7 +160,8 @@ void EchogramDisplay::EchogramDisplayPrivate::prepareStrip()
     // New live columns extend the strip in place: only their slots are uploaded.
     if (stripValid && strip.group == group && uploadedEnd < endColumn && strip.valid > 0
         && stripFirstGroup + strip.valid >= groupOf(uploadedEnd)) {
-        const std::int64_t from = groupOf(uploadedEnd);
+        // Frames dropped before they were ever shown need no upload.
+        const std::int64_t from = std::max(firstKept, groupOf(uploadedEnd));
         const std::int64_t to = lastKept;
         uploadGroups(from, to);
         std::int64_t first = stripFirstGroup;
