@@ -374,9 +374,10 @@ private slots:
                  std::pair(Qt::LeftButton, Qt::ShiftModifier) }) {
             const double before = echogram.getFirstVisibleColumn();
             QTest::mousePress(&echogram, button, modifiers, at);
-            QMouseEvent move(QEvent::MouseMove, at + QPoint(40, 0), button, button, modifiers);
+            const QPoint to = at + QPoint(40, 0);
+            QMouseEvent move(QEvent::MouseMove, to, echogram.mapToGlobal(to), button, button, modifiers);
             QApplication::sendEvent(&echogram, &move);
-            QTest::mouseRelease(&echogram, button, modifiers, at + QPoint(40, 0));
+            QTest::mouseRelease(&echogram, button, modifiers, to);
             const double perPixel = echogram.getVisibleColumnCount() / echogram.width();
             QVERIFY(std::abs(echogram.getFirstVisibleColumn() - (before - 40 * perPixel)) < 1e-6);
         }
