@@ -299,6 +299,9 @@ private slots:
         echogram.resize(300, 120);
         echogram.setLiveWindow(64);
         QVERIFY(TestSupport::showExposed(echogram));
+        echogram.makeCurrent();
+        TestSupport::GlErrorWatcher glErrors(echogram.context());
+        QVERIFY(glErrors.isLogging());
         const auto valueOf = [](int frame) { return std::uint8_t((frame * 37) % 256); };
         int frame = 0;
         for (const int batch : { 10, 1, 50, 3, 100, 7 }) {
@@ -313,6 +316,7 @@ private slots:
                 NEREON_VERIFY_PIXEL(picture, QPoint(x, 40), greyscale(valueOf(columns.getFrameIndex(c))), 0);
             }
         }
+        QVERIFY(glErrors.errors().empty());
     }
 
     void cursorAndClickAgree_data()
