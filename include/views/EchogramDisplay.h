@@ -43,6 +43,10 @@ namespace Halcyra::Nereon::Views {
  * button, or with Shift and the left button, pans. A change of beam count,
  * sample count or range starts a new segment after a break drawn in
  * getBreakColour(). Frames that cannot be drawn are ignored.
+ *
+ * Memory: getRangeBins() + 16 bytes a frame, and for a recording about 7 % more
+ * for the coarser copies that keep zooming out fast: a day-long recording of a
+ * million frames at 256 bins takes about 290 MB.
  */
 class TERNWICK_NEREON_VIEWS_EXPORT EchogramDisplay : public QOpenGLWidget
 {
