@@ -40,13 +40,26 @@ double roundStep(double least)
 /// A step between time labels of at least `leastUs` microseconds, one a clock reader likes.
 std::int64_t timeStep(double leastUs)
 {
-    static const std::int64_t seconds[] = { 1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 900, 1800, 3600, 7200,
-        10800, 21600, 43200, 86400 };
-    for (const std::int64_t step : seconds) {
-        if (static_cast<double>(step) * 1.0e6 >= leastUs)
-            return step * 1000000;
+    static const std::int64_t tenths[] = { 1, 2, 5, 10, 20, 50, 100, 150, 300, 600, 1200, 3000, 6000, 9000,
+        18000, 36000, 72000, 108000, 216000, 432000, 864000 };
+    for (const std::int64_t step : tenths) {
+        if (static_cast<double>(step) * 1.0e5 >= leastUs)
+            return step * 100000;
     }
     return static_cast<std::int64_t>(std::ceil(leastUs / 86400.0e6)) * 86400 * 1000000;
+}
+
+/// A time label, as precise as the step between labels needs.
+QString timeLabel(std::int64_t timeUs, std::int64_t stepUs)
+{
+    const QDateTime when = QDateTime::fromMSecsSinceEpoch(timeUs / 1000, Qt::UTC);
+    if (stepUs >= 86400LL * 1000000)
+        return when.toString(QStringLiteral("yyyy-MM-dd"));
+    if (stepUs >= 60LL * 1000000)
+        return when.toString(QStringLiteral("HH:mm"));
+    if (stepUs >= 1000000)
+        return when.toString(QStringLiteral("HH:mm:ss"));
+    return when.toString(QStringLiteral("HH:mm:ss.")) + QString::number(timeUs / 100000 % 10);
 }
 
 } // namespace
@@ -368,10 +381,13 @@ void EchogramDisplay::EchogramDisplayPrivate::paintLabels()
             columns.getEndColumn() - 1);
         const std::int64_t startTime = columns.getTimestamp(firstShown);
         const std::int64_t endTime = columns.getTimestamp(lastShown);
-        const int labelWidth = metrics.horizontalAdvance(QStringLiteral("00:00:00")) + 16;
         if (endTime > startTime) {
             const double usPerPixel = static_cast<double>(endTime - startTime) / plot.width();
-            const std::int64_t step = timeStep(usPerPixel * labelWidth);
+            std::int64_t step = timeStep(usPerPixel * (metrics.horizontalAdvance(QStringLiteral("00:00:00")) + 16));
+            // Tenths make the labels wider: room for them first.
+            if (step < 1000000)
+                step = timeStep(usPerPixel * (metrics.horizontalAdvance(QStringLiteral("00:00:00.0")) + 16));
+            const int labelWidth = metrics.horizontalAdvance(timeLabel(0, step)) + 16;
             int lastRight = -labelWidth;
             painter.setPen(textColour);
             std::int64_t time = (startTime / step + 1) * step;
@@ -380,10 +396,7 @@ void EchogramDisplay::EchogramDisplayPrivate::paintLabels()
                 const int x = q.columnToPixel(column);
                 if (x < 0 || x - labelWidth / 2 < lastRight)
                     continue;
-                const QDateTime when = QDateTime::fromMSecsSinceEpoch(time / 1000, Qt::UTC);
-                const QString text = when.toString(step >= 86400LL * 1000000 ? QStringLiteral("yyyy-MM-dd")
-                        : step >= 60LL * 1000000                             ? QStringLiteral("HH:mm")
-                                                                             : QStringLiteral("HH:mm:ss"));
+                const QString text = timeLabel(time, step);
                 painter.drawLine(x, plot.bottom() + 1, x, plot.bottom() + 3);
                 painter.drawText(QRect(x - labelWidth / 2, plot.bottom() + 2, labelWidth, metrics.height() + 2),
                     Qt::AlignHCenter | Qt::AlignTop, text);
