@@ -26,9 +26,11 @@ public:
 
     /// Draws the overlay (borrowed) on the display and its magnifier from the next paint; once only.
     static void attachOverlay(FanDisplay* display, FanOverlay* overlay);
+    /// Stops drawing the overlay from the next paint; an overlay not attached is ignored.
     static void detachOverlay(FanDisplay* display, FanOverlay* overlay);
     /// Tells the listener (borrowed) of every finished measurement; once only.
     static void addMeasurementListener(FanDisplay* display, FanMeasurementListener* listener);
+    /// Stops telling the listener; call before the listener is destroyed. Unknown listeners are ignored.
     static void removeMeasurementListener(FanDisplay* display, FanMeasurementListener* listener);
 
     /**
@@ -36,6 +38,7 @@ public:
      * units), by a left-button drag inside the fan; listeners hear of it as onMagnifier.
      */
     static void setMagnifierMeasuring(FanDisplay* display, bool enabled);
+    /// Whether measuring on the magnifier is on; false for a null display.
     static bool isMagnifierMeasuring(FanDisplay* display);
 
     /**
@@ -44,12 +47,15 @@ public:
      * narrow fans off-centre with their grid beside the picture.
      */
     static void setTrueEdges(FanDisplay* display, bool enabled);
+    /// Whether the grid and fit follow the outermost beams' true bearings; false for a null display.
     static bool hasTrueEdges(FanDisplay* display);
     /// Leaves the range grid and labels out until the first frame has come.
     static void setGridAwaitsFrame(FanDisplay* display, bool enabled);
+    /// Whether the range grid waits for the first frame; false for a null display.
     static bool isGridAwaitingFrame(FanDisplay* display);
     /// Fits the fan smaller where needed so that the range labels stay inside the widget.
     static void setLabelMargin(FanDisplay* display, bool enabled);
+    /// Whether the fan is fitted to keep its range labels inside the widget; false for a null display.
     static bool hasLabelMargin(FanDisplay* display);
 
     /**

@@ -8,19 +8,18 @@ namespace Halcyra::Nereon::Visualisation {
 /// A measurement the user finished with a display's measuring tool.
 struct FanMeasurement
 {
+    /// The tool that made it: decides whether value is a distance or an area.
     FanDisplayOptions::MeasurementMode mode = FanDisplayOptions::StraightLine;
     /// Made on the magnifier rather than on the display.
     bool onMagnifier = false;
-    /// Press and release points: range (metres) and bearing (degrees, positive to starboard).
-    double startRange = 0.0;
-    double startBearing = 0.0;
-    double endRange = 0.0;
-    double endBearing = 0.0;
-    /// The same points in metres across (starboard positive) and along (ahead).
-    double startAcross = 0.0;
-    double startAlong = 0.0;
-    double endAcross = 0.0;
-    double endAlong = 0.0;
+    double startRange = 0.0; ///< Range of the press point, in metres.
+    double startBearing = 0.0; ///< Bearing of the press point, in degrees (positive to starboard).
+    double endRange = 0.0; ///< Range of the release point, in metres.
+    double endBearing = 0.0; ///< Bearing of the release point, in degrees (positive to starboard).
+    double startAcross = 0.0; ///< Press point in metres across the fan (starboard positive).
+    double startAlong = 0.0; ///< Press point in metres along the fan (ahead of the sonar).
+    double endAcross = 0.0; ///< Release point in metres across the fan (starboard positive).
+    double endAlong = 0.0; ///< Release point in metres along the fan (ahead of the sonar).
     /// Distance in metres, or area in square metres for the area tools.
     double value = 0.0;
 };

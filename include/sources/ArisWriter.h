@@ -30,6 +30,7 @@ struct TERNWICK_NEREON_SOURCES_EXPORT ArisWriterOptions
     int systemType = -1;
     /// The telephoto lens (narrower beams); the ARIS 3000 has no table for it.
     bool telephoto = false;
+    /// The sonar's serial number, written into the file and every frame header.
     std::uint32_t serialNumber = 0;
 };
 
@@ -93,8 +94,11 @@ public:
     /// Puts the frame count into the file header and closes the file.
     bool close();
 
+    /// Whether a file is open for writing: from a successful open() until close().
     bool isOpen() const { return file.isOpen(); }
+    /// Why the last failed call failed, led by the file's path; empty after a successful open().
     QString getErrorString() const { return errorString; }
+    /// Frames appended to the file since open().
     int getFramesWritten() const { return framesWritten; }
     /// The window being written (valid once open() succeeded).
     const Window& getWindow() const { return window; }

@@ -22,16 +22,19 @@ struct TERNWICK_NEREON_SOURCES_EXPORT SyntheticPassageOptions
     int beams = 48;
     /// Samples along each beam.
     int samples = 1000;
-    /// Range of the first sample and length of the window, metres.
+    /// Range of the first sample, metres.
     double windowStart = 2.0;
+    /// Length of the window from the first sample to the end of the last, metres.
     double windowLength = 15.0;
-    /// Frames per second, and how many frames the passage has.
+    /// Frames per second; also sets the frames' timestamps.
     double frameRate = 10.0;
+    /// How many frames the passage has (none when negative).
     int frames = 600;
     /// Fish that pass, and the seed everything random is drawn from: the same options
     /// give the same frames and the same truth, byte for byte (random numbers are drawn
     /// without the standard distributions, so only the maths library can differ).
     int fish = 8;
+    /// Seed of every random choice: the scene, the fish and each frame's speckle.
     std::uint64_t seed = 1;
     /// Shares of the fish that are faint (about a third of the echo), that cross
     /// another fish going the other way (in pairs, meeting in mid-fan), and that are
@@ -39,22 +42,31 @@ struct TERNWICK_NEREON_SOURCES_EXPORT SyntheticPassageOptions
     /// in mid-fan). Other fish cross the whole fan, within the recording where it is
     /// long enough.
     double faintFraction = 0.2;
+    /// Share of the fish (0 to 1) that cross another fish going the other way; see faintFraction.
     double crossingFraction = 0.2;
+    /// Share of the fish (0 to 1) seen only briefly; see faintFraction.
     double briefFraction = 0.1;
     /// Time of frame 0, microseconds since 1970-01-01 UTC (2026-06-01 05:00 UTC).
     std::int64_t startTime = 1780290000000000;
     /// The sonar: see ArisWriterOptions (-1 picks the sonar with this many beams).
     int systemType = -1;
+    /// The sonar's telephoto lens (narrower beams), as in ArisWriterOptions.
     bool telephoto = false;
-    /// Where fish swim (range in metres, within the window) and how (metres, m/s).
+    /// Nearest range a fish swims at, metres; kept at least 0.5 m inside the window.
     double minimumFishRange = 3.0;
+    /// Furthest range a fish swims at, metres; kept at least 0.5 m inside the window.
     double maximumFishRange = 15.0;
+    /// Shortest fish, metres from head to tail.
     double minimumFishLength = 0.3;
+    /// Longest fish, metres from head to tail.
     double maximumFishLength = 1.2;
+    /// Slowest fish, metres per second.
     double minimumFishSpeed = 0.3;
+    /// Fastest fish, metres per second.
     double maximumFishSpeed = 1.5;
-    /// Rocks on the bed, each with its acoustic shadow, and whether a log lies across it.
+    /// Rocks on the bed, each with its acoustic shadow.
     int rocks = 6;
+    /// Whether a log lies across the bed, with its shadow.
     bool structure = true;
     /// Strength of the speckle every frame gets: 1 is what a sonar shows, 0 none.
     double speckle = 1.0;
@@ -63,24 +75,33 @@ struct TERNWICK_NEREON_SOURCES_EXPORT SyntheticPassageOptions
 /// One fish of a passage, as it is drawn.
 struct TERNWICK_NEREON_SOURCES_EXPORT SyntheticFish
 {
+    /// The fish's number, 0 to fish − 1, as in the positions and the truth files.
     int id = 0;
-    /// First and last frame in which the fish is visible (inside the fan and the window).
+    /// First frame in which the fish is visible (inside the fan and the window).
     int firstFrame = 0;
+    /// Last frame in which the fish is visible.
     int lastFrame = 0;
     /// True: the fish swims towards increasing bearings (from the left of the fan to
     /// the right, seen from the sonar); false: from right to left.
     bool up = true;
+    /// Length from head to tail, metres.
     double lengthM = 0.0;
+    /// Speed along its straight path, metres per second.
     double speedMS = 0.0;
+    /// Echoes about a third as bright as a normal fish.
     bool faint = false;
+    /// Seen only briefly, for 0.6 to 2 s, in mid-fan.
     bool brief = false;
 };
 
 /// Where a fish's centre is in one frame, in the sonar's true geometry.
 struct TERNWICK_NEREON_SOURCES_EXPORT SyntheticFishPosition
 {
+    /// The fish (SyntheticFish::id).
     int id = 0;
+    /// The frame, 0 to frames − 1.
     int frame = 0;
+    /// Range of the fish's centre, metres.
     double rangeM = 0.0;
     /// Degrees, positive to the right of the sonar's axis, as the frames' bearings.
     double bearingDeg = 0.0;
@@ -106,6 +127,8 @@ struct TERNWICK_NEREON_SOURCES_EXPORT SyntheticFishPosition
 class TERNWICK_NEREON_SOURCES_EXPORT SyntheticPassage
 {
 public:
+    /// Plans the scene and the fish of `options` (brought into range as said above); the
+    /// frames themselves are drawn as they are asked for.
     explicit SyntheticPassage(const SyntheticPassageOptions& options);
     ~SyntheticPassage();
     SyntheticPassage(const SyntheticPassage&) = delete;
@@ -119,6 +142,7 @@ public:
     /// Back to frame 0.
     void rewind();
 
+    /// The options in use: those given, brought into range.
     const SyntheticPassageOptions& getOptions() const;
     /// The fish, by id (0 to fish − 1).
     const std::vector<SyntheticFish>& getFish() const;

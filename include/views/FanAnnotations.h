@@ -36,6 +36,7 @@ public:
     /// One mark. Points are QPointF(range in metres, bearing in degrees).
     struct Mark
     {
+        /// The shape of a mark, which says how its points are read.
         enum Kind
         {
             Point, ///< points[0], a small circle
@@ -45,19 +46,25 @@ public:
             CountLine, ///< points[0] to points[1]; one point: its bearing from the apex to the maximum range
         };
 
-        Kind kind = Point;
-        QVector<QPointF> points;
+        Kind kind = Point; ///< The shape, which says how many points it uses
+        QVector<QPointF> points; ///< QPointF(range in metres, bearing in degrees) each
         double acrossRadius = 0.0; ///< Ellipse: semi-axis across (starboard), metres
         double alongRadius = 0.0; ///< Ellipse: semi-axis along (ahead), metres
-        QColor colour = QColor(255, 255, 0);
-        QString label;
+        QColor colour = QColor(255, 255, 0); ///< Colour of the outline and the label
+        QString label; ///< Text beside the mark; empty for none
         int width = 2; ///< line width, logical pixels
 
+        /// A point at `range` metres and `bearing` degrees.
         static Mark point(double range, double bearing, const QColor& colour, const QString& label = {});
+        /// A sector of a ring from `rangeFrom` to `rangeTo` metres and from `bearingFrom` to
+        /// `bearingTo` degrees.
         static Mark box(double rangeFrom, double rangeTo, double bearingFrom, double bearingTo,
             const QColor& colour, const QString& label = {});
+        /// An ellipse centred at `range` metres and `bearing` degrees, with semi-axes of
+        /// `acrossRadius` metres across (starboard) and `alongRadius` metres along (ahead).
         static Mark ellipse(double range, double bearing, double acrossRadius, double alongRadius,
             const QColor& colour, const QString& label = {});
+        /// A line through every QPointF(range in metres, bearing in degrees) in order.
         static Mark polyline(
             const QVector<QPointF>& rangeBearing, const QColor& colour, const QString& label = {});
         /// From the apex out to the maximum range on a bearing.
@@ -75,6 +82,7 @@ public:
 
     /// Draws the marks on the display (and its magnifier), leaving any display before; null detaches.
     void attach(Visualisation::FanDisplay* display);
+    /// Stops drawing on the attached display, if any.
     void detach();
     /// The display attached, or null (also once that display is destroyed).
     Visualisation::FanDisplay* getDisplay() const;
@@ -85,9 +93,11 @@ public:
     bool update(int id, const Mark& mark);
     /// False for an unknown id.
     bool remove(int id);
+    /// Removes every mark; ids are not reused.
     void clear();
     /// The mark with this id, or null.
     const Mark* find(int id) const;
+    /// How many marks there are.
     int getCount() const;
 
     /**

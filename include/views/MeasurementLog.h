@@ -30,9 +30,10 @@ class TERNWICK_NEREON_VIEWS_EXPORT MeasurementLog : public QAbstractTableModel,
     Q_OBJECT
 
 public:
+    /// The table's columns, in the order of the CSV file's fields.
     enum Column
     {
-        FrameColumn,
+        FrameColumn, ///< frame number; empty when not known
         TimeColumn, ///< UTC, ISO 8601 with microseconds
         WidgetColumn, ///< "display" or "magnifier"
         ToolColumn, ///< "distance", "rectangle" or "circle"
@@ -45,8 +46,8 @@ public:
         EndAcrossColumn,
         EndAlongColumn,
         ValueColumn, ///< metres or square metres
-        UnitColumn, ///< "m" or "m2"
-        ColumnCount
+        UnitColumn, ///< "m" or "m²" ("m2" in CSV)
+        ColumnCount ///< number of columns, not a column
     };
 
     /// One logged measurement.
@@ -54,16 +55,18 @@ public:
     {
         int frame = -1; ///< -1: not known
         qint64 timeMicroseconds = 0; ///< UTC since 1970
-        bool timeKnown = false;
-        Visualisation::FanMeasurement measurement;
+        bool timeKnown = false; ///< false: no frame time was set, timeMicroseconds means nothing
+        Visualisation::FanMeasurement measurement; ///< what the tool measured
     };
 
+    /// An empty log, attached to no display.
     explicit MeasurementLog(QObject* parent = nullptr);
     /// Stops listening to the display.
     ~MeasurementLog() override;
 
     /// Logs the display's finished measurements, leaving any display before; null stops.
     void attach(Visualisation::FanDisplay* display);
+    /// Stops logging the attached display's measurements, if any.
     void detach();
 
     /// The frame shown from now on: its number and UTC time, microseconds since 1970.
@@ -71,8 +74,11 @@ public:
     /// The same from a frame source's frame: its index and timestamp.
     void setCurrentFrame(const Sources::SourceFrame& frame);
 
+    /// Adds an entry as the last row and emits measurementLogged().
     void append(const Entry& entry);
+    /// Every entry, oldest first: the table's rows.
     const std::vector<Entry>& getEntries() const;
+    /// Removes every entry.
     void clear();
 
     /**
@@ -87,10 +93,19 @@ public:
      */
     bool importCsv(const QString& path, QString* error = nullptr);
 
+    /// One row per entry; none under a valid parent (a flat table).
     int rowCount(const QModelIndex& parent = QModelIndex()) const override;
+    /// ColumnCount; none under a valid parent.
     int columnCount(const QModelIndex& parent = QModelIndex()) const override;
+    /**
+     * A cell for Qt::DisplayRole, with lengths as text to 0.01 m, bearings to 0.1 degree and
+     * the result to 0.001, or for Qt::EditRole, with the numbers unrounded for sorting and
+     * copying. Empty for an unknown frame or time, and for other roles.
+     */
     QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
+    /// The columns' titles with their units, e.g. "Start range (m)", for horizontal headers.
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+    /// Removes `count` entries from `row` on; false, changing nothing, when they are not all there.
     bool removeRows(int row, int count, const QModelIndex& parent = QModelIndex()) override;
 
     void measurementFinished(const Visualisation::FanMeasurement& measurement) override;
