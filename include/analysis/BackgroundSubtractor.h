@@ -67,9 +67,9 @@ public:
     /**
      * A sample is foreground where it exceeds the background by at least
      * `minimumDifference` intensity levels and by `spreadFactor` times the sample's
-     * usual spread (defaults 12 and 3).
+     * usual spread (defaults 12 and 4).
      */
-    void setThreshold(int minimumDifference, double spreadFactor = 3.0);
+    void setThreshold(int minimumDifference, double spreadFactor = 4.0);
     int getThresholdDifference() const;
     double getThresholdSpreadFactor() const;
 

@@ -19,7 +19,7 @@ public:
     double frameRateHz = 10.0;
     bool frameRateSet = false;
     int thresholdDifference = 12;
-    double spreadFactor = 3.0;
+    double spreadFactor = 4.0;
 
     // The model's layout: a frame of any other layout starts a new model.
     int width = 0;

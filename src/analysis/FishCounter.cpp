@@ -3,12 +3,22 @@
 #include "FishCounterPrivate.h"
 #include "sources/SourceFrame.h"
 
+#include <algorithm>
+
 namespace Halcyra::Nereon::Analysis {
 
-FishCounter::FishCounter(const CountOptions& options)
-    : d(std::make_unique<FishCounterPrivate>())
+FishCounter::FishCounterPrivate::FishCounterPrivate(const CountOptions& options)
+    : options(options)
+    , tracker(options)
 {
-    d->options = options;
+    subtractor.setAdaptationSeconds(options.adaptationSeconds);
+    subtractor.setThreshold(options.thresholdDifference, options.thresholdSpreadFactor);
+    detector.setMinimumLengthM(options.minLengthM * options.detectionLengthFraction);
+}
+
+FishCounter::FishCounter(const CountOptions& options)
+    : d(std::make_unique<FishCounterPrivate>(options))
+{
 }
 
 FishCounter::~FishCounter() = default;
@@ -26,37 +36,46 @@ void FishCounter::addFrame(const Sources::SourceFrame& frame)
         return;
     }
     d->lastForeground = foreground;
-    d->detector.detect(foreground);
+    const int index = frame.index >= 0 ? frame.index : d->lastFrame + 1;
+    const int frames = d->lastFrame >= 0 ? std::max(1, index - d->lastFrame) : 1;
+    // Times drive the motion model; frames without usable times are taken as evenly paced.
+    double dt = frames / d->options.fallbackFrameRateHz;
+    if (d->lastFrame >= 0 && frame.timestamp > d->lastTime && frame.timestamp - d->lastTime < 60'000'000)
+        dt = (frame.timestamp - d->lastTime) / 1e6;
+    d->tracker.update(index, frame.timestamp, dt, d->detector.detect(foreground));
+    d->lastFrame = index;
+    d->lastTime = frame.timestamp;
     ++d->framesProcessed;
 }
 
 void FishCounter::finish()
 {
+    d->tracker.finish();
 }
 
 const std::vector<FishRecord>& FishCounter::getFish() const
 {
-    return d->fish;
+    return d->tracker.getFish();
 }
 
 const std::vector<TrackPoint>& FishCounter::getTrackPoints() const
 {
-    return d->trackPoints;
+    return d->tracker.getTrackPoints();
 }
 
 std::vector<LiveTrack> FishCounter::getActiveTracks() const
 {
-    return {};
+    return d->tracker.getActiveTracks();
 }
 
 int FishCounter::getUpstreamCount() const
 {
-    return d->upstream;
+    return d->tracker.getUpstreamCount();
 }
 
 int FishCounter::getDownstreamCount() const
 {
-    return d->downstream;
+    return d->tracker.getDownstreamCount();
 }
 
 int FishCounter::getFramesProcessed() const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FishTracker.h"
 #include "analysis/BackgroundSubtractor.h"
 #include "analysis/FishCounter.h"
 #include "analysis/FishDetector.h"
@@ -9,16 +10,17 @@ namespace Halcyra::Nereon::Analysis {
 class FishCounter::FishCounterPrivate
 {
 public:
+    explicit FishCounterPrivate(const CountOptions& options);
+
     CountOptions options;
     BackgroundSubtractor subtractor;
     FishDetector detector;
+    FishTracker tracker;
     NereonImage lastForeground;
-    std::vector<FishRecord> fish;
-    std::vector<TrackPoint> trackPoints;
-    int upstream = 0;
-    int downstream = 0;
     int framesProcessed = 0;
     int framesRejected = 0;
+    int lastFrame = -1;
+    std::int64_t lastTime = 0;
 };
 
 } // namespace Halcyra::Nereon::Analysis
