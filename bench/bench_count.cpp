@@ -1,0 +1,105 @@
+// Counting fish in a recording on one core, decoding included: a generated
+// passage (fish, rocks, speckle) is written to a file once, then each iteration
+// counts the whole file as nereon-count's jobs do (open, learn the background from
+// frames across it, count every frame), with OpenCV held to one thread.
+//   - BM_Count/128/1000 and BM_Count/128/2000: ARIS recordings, 128 beams x N samples;
+//   - BM_Count/512/4000: the viewer's own recording (ARIS has no 512-beam sonar).
+// Counter "fps": frames counted per second on that core.
+//
+//   bench_count --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
+
+#include "analysis/RecordingCounter.h"
+#include "sources/ArisWriter.h"
+#include "sources/RecordingWriter.h"
+#include "sources/SyntheticPassage.h"
+
+#include <QTemporaryDir>
+
+#include <benchmark/benchmark.h>
+
+#include <map>
+
+using namespace Halcyra::Nereon::Analysis;
+using namespace Halcyra::Nereon::Sources;
+
+namespace {
+
+constexpr int framesPerFile = 200;
+
+QTemporaryDir& folder()
+{
+    static QTemporaryDir dir;
+    return dir;
+}
+
+/// The recording for `beams` x `samples`, written on first use.
+QString recording(int beams, int samples)
+{
+    static std::map<std::pair<int, int>, QString> written;
+    auto found = written.find({ beams, samples });
+    if (found != written.end())
+        return found->second;
+
+    SyntheticPassageOptions options;
+    options.beams = beams;
+    options.samples = samples;
+    options.frames = framesPerFile;
+    options.fish = 6;
+    options.seed = std::uint64_t(beams * 10000 + samples);
+    SyntheticPassage passage(options);
+    const bool aris = beams <= 128;
+    const QString path = folder().filePath(QStringLiteral("passage-%1x%2.%3").arg(beams).arg(samples).arg(aris ? "aris" : "nrec"));
+    SourceFrame frame;
+    if (aris) {
+        ArisWriter writer;
+        if (!writer.open(path, passage.getWriterOptions()))
+            return QString();
+        while (passage.nextFrame(frame))
+            writer.write(frame);
+        writer.close();
+    } else {
+        RecordingWriter writer;
+        std::int64_t start = -1;
+        while (passage.nextFrame(frame)) {
+            if (start < 0) {
+                start = frame.timestamp;
+                if (!writer.open(path, start / 1000))
+                    return QString();
+            }
+            writer.write(frame.image, frame.timestamp - start);
+        }
+        writer.close();
+    }
+    written[{ beams, samples }] = path;
+    return path;
+}
+
+void BM_Count(benchmark::State& state)
+{
+    const QString path = recording(int(state.range(0)), int(state.range(1)));
+    if (path.isEmpty()) {
+        state.SkipWithError("cannot write the recording");
+        return;
+    }
+    RecordingCounter::setLibraryThreads(1);
+    RecordingCounter counter;
+    RecordingCount result;
+    int frames = 0;
+    for (auto _ : state) {
+        if (!counter.count(path, result)) {
+            state.SkipWithError(qPrintable(result.error));
+            return;
+        }
+        frames += result.frames;
+        benchmark::DoNotOptimize(result.fish.data());
+    }
+    state.counters["fps"] = benchmark::Counter(frames, benchmark::Counter::kIsRate);
+    state.counters["fish"] = double(result.fish.size());
+}
+
+} // namespace
+
+BENCHMARK(BM_Count)->Args({ 128, 1000 })->Args({ 128, 2000 })->Args({ 512, 4000 })->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+BENCHMARK_MAIN();
