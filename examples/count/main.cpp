@@ -97,7 +97,8 @@ const Setting settingsTable[] = {
     { "min-length", "M", "Shortest fish counted, metres (default 0.25)." },
     { "direction", "WHICH",
         "up-is-right (upstream is towards increasing bearing, the default), up-is-left, or line:DEG "
-        "(direction from the way a fish crosses the bearing DEG); may be given twice, e.g. up-is-left and line:5." },
+        "(only fish that cross the bearing DEG count, going up when they cross it upstream); may be given "
+        "twice, e.g. up-is-left and line:5." },
     { "confirm-hits", "N", "Detections before a track counts as a fish (default 3)." },
     { "max-misses", "N", "Frames without a detection before a track ends (default 5)." },
     { "gate", "M", "Farthest a fish moves between frames and stays the same fish, metres (default 0.6)." },

@@ -122,7 +122,7 @@ def count(path, **options):
 
     Options: min_length (metres, 0.25), direction ("up-is-right": upstream lies
     towards increasing bearing; "up-is-left"; or "line:DEG"), count_line (bearing in
-    degrees: a fish's direction is the way it crosses it), confirm_hits (3),
+    degrees: only fish that cross it count, going up when they cross it upstream), confirm_hits (3),
     max_misses (5), gate (metres, 0.6), background_samples (60). Raises OSError when
     not a single frame can be read; a damaged file is counted up to the damage.
     """
