@@ -275,18 +275,18 @@ std::vector<Detection> FishDetector::detect(const NereonImage& foreground)
                 maxAcross = std::max(maxAcross, c);
             }
         }
-        // Sample centres span one sample less than the echo: add a sample's size along
-        // each axis (a range step radially, a beam's width across).
+        // Sample centres span one range step less than the echo. Across the beams no
+        // step is added: a beam's own width already smears the echo over about one more
+        // beam than the body covers.
         det.xM = weighted.cx();
         det.yM = weighted.cy();
         det.rangeM = std::hypot(det.xM, det.yM);
         det.bearingDeg = std::atan2(det.xM, det.yM) * degreesPerRadian;
         const double bearingRad = det.bearingDeg / degreesPerRadian;
-        // Unit vectors of the range and bearing directions at the centre.
+        // The range direction at the centre.
         const double rx = std::sin(bearingRad), ry = std::cos(bearingRad);
-        const double beamM = det.rangeM * beamStep;
-        det.lengthM = maxAlong - minAlong + std::abs(ux * rx + uy * ry) * rowM + std::abs(ux * ry - uy * rx) * beamM;
-        det.widthM = maxAcross - minAcross + std::abs(uy * rx - ux * ry) * rowM + std::abs(uy * ry + ux * rx) * beamM;
+        det.lengthM = maxAlong - minAlong + std::abs(ux * rx + uy * ry) * rowM;
+        det.widthM = maxAcross - minAcross + std::abs(uy * rx - ux * ry) * rowM;
         det.extentRangeM = (lastRow - firstRow + 1) * rowM;
         det.extentBearingDeg = (lastBeam - firstBeam + 1) * beamStep * degreesPerRadian;
         det.areaM2 = area;
