@@ -42,7 +42,7 @@ struct TERNWICK_NEREON_ANALYSIS_EXPORT CountOptions
     /// Background model: adaptation time and threshold (see BackgroundSubtractor).
     double adaptationSeconds = 20.0;
     int thresholdDifference = 12;
-    double thresholdSpreadFactor = 4.0;
+    double thresholdSpreadFactor = 3.0;
     /// Frame rate assumed where frames carry no usable times, Hz.
     double fallbackFrameRateHz = 10.0;
 };
