@@ -24,7 +24,10 @@ bool isWellFormed(const NereonImage& image)
 }
 
 // The spread a fresh model assumes before it has seen the scene vary, in levels.
-constexpr int initialSpreadLevels = 6;
+constexpr int initialSpreadLevels = 10;
+// A model built from a handful of frames mistakes their speckle for the scene: it
+// hands out no foreground before it has seen this many.
+constexpr int settlingFrames = 8;
 // Frames over which a fresh model's steps shrink from large to the adaptation step
 // (a running estimate of the median converges with steps falling as 1/n).
 constexpr int warmUpLevels = 32;
@@ -109,7 +112,8 @@ bool BackgroundSubtractor::apply(const NereonImage& in, NereonImage& foreground)
         sp[i] = std::uint16_t(s + std::clamp(std::abs(diff) - s, -sStep, sStep));
         dst[i] = isForeground ? std::uint8_t(std::min(255, diff >> kFractionBits)) : std::uint8_t(0);
     }
-    ++d->framesSeen;
+    if (++d->framesSeen < settlingFrames)
+        std::fill(out.begin(), out.end(), 0);
     foreground = NereonImage(in.getWidth(), in.getHeight(), std::move(out), in.getBearings(), in.getRange(),
                              in.getGain());
     return true;
