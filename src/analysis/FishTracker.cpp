@@ -131,7 +131,10 @@ void FishTracker::update(int frame, std::int64_t time, double dt, const std::vec
             const double distance = std::hypot(detections[j].xM - t.x.p, detections[j].yM - t.y.p);
             if (distance > gate)
                 continue;
-            const double sizeRatio = std::log(std::max(detections[j].lengthM, 0.01) / std::max(t.lengthM, 0.01));
+            // A fish entering or leaving the beams is seen in part: its size says nothing then.
+            const double sizeRatio = detections[j].touchesEdge
+                ? 0.0
+                : std::log(std::max(detections[j].lengthM, 0.01) / std::max(t.lengthM, 0.01));
             const double cost = distance / gate + 0.5 * std::min(std::abs(sizeRatio), 1.0) + (isConfirmed(t) ? 0.0 : 0.5);
             pairs.emplace_back(cost, i, j);
         }
