@@ -22,7 +22,8 @@ namespace Halcyra::Nereon::Analysis {
  * passing through do not burn into it; samples taken as foreground adapt far more
  * slowly still. It follows changes of the scene over about setAdaptationSeconds()
  * and starts afresh whenever the beam count, the sample count, the range or the
- * bearings change.
+ * bearings change. A model started from live frames hands out no foreground for its
+ * first few frames, while it settles.
  *
  * The foreground is an ordinary frame of the same layout as the input: intensity
  * above the background where a sample stands out, 0 elsewhere. It can be shown by

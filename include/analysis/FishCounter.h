@@ -36,13 +36,13 @@ struct TERNWICK_NEREON_ANALYSIS_EXPORT CountOptions
     double minTravelM = 0.3;
     /// A track that ends may be taken up again by an echo this many frames later, where
     /// its motion predicts it (broken tracks joined before counting).
-    int joinFrames = 10;
+    int joinFrames = 20;
     /// Quantile of a fish's per-frame lengths taken as its length (its well-seen views).
     double lengthQuantile = 0.75;
     /// Background model: adaptation time and threshold (see BackgroundSubtractor).
     double adaptationSeconds = 20.0;
     int thresholdDifference = 12;
-    double thresholdSpreadFactor = 4.0;
+    double thresholdSpreadFactor = 3.0;
     /// Frame rate assumed where frames carry no usable times, Hz.
     double fallbackFrameRateHz = 10.0;
 };

@@ -36,7 +36,7 @@ public:
     /// Pieces lying along one axis are joined across gaps up to this, metres (default 0.3).
     void setJoinAlongAxisM(double metres);
     double getJoinAlongAxisM() const;
-    /// Range step of the decimated copy searched for groups, metres (default 0.02).
+    /// Range step of the decimated copy searched for groups, metres (default 0.04).
     void setSearchCellM(double metres);
     double getSearchCellM() const;
     /// Groups of fewer decimated samples than this are speckle (default 3).

@@ -24,10 +24,43 @@ bool isWellFormed(const NereonImage& image)
 }
 
 // The spread a fresh model assumes before it has seen the scene vary, in levels.
-constexpr int initialSpreadLevels = 6;
+constexpr int initialSpreadLevels = 10;
+// A model built from a handful of frames mistakes their speckle for the scene: it
+// hands out no foreground before it has seen this many.
+constexpr int settlingFrames = 8;
 // Frames over which a fresh model's steps shrink from large to the adaptation step
 // (a running estimate of the median converges with steps falling as 1/n).
 constexpr int warmUpLevels = 32;
+
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
+// Wider vectors on processors that have them, chosen when the library loads.
+#define NEREON_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define NEREON_VECTOR_CLONES
+#endif
+
+// One frame's step of the running medians of the background and of the spread, and
+// the foreground: where a sample exceeds the background by more than the threshold.
+// Written without branches so that the compiler vectorises it.
+NEREON_VECTOR_CLONES void updateModel(const std::uint8_t* src, std::uint16_t* bg, std::uint16_t* sp, std::uint8_t* dst,
+                                      std::size_t count, const UpdateParameters& p)
+{
+    const int step = p.step, foregroundStep = p.foregroundStep, spreadStep = p.spreadStep;
+    const int minimum = p.minimum, factor = p.factor;
+    for (std::size_t i = 0; i < count; ++i) {
+        const int x = int(src[i]) << kFractionBits;
+        const int b = bg[i];
+        const int s = sp[i];
+        const int diff = x - b;
+        const int limit = std::max(minimum, (s * factor) >> 4);
+        const int isForeground = -int(diff > limit); // all bits set where foreground
+        const int bStep = step ^ ((step ^ foregroundStep) & isForeground);
+        bg[i] = std::uint16_t(b + std::min(std::max(diff, -bStep), bStep));
+        const int sStep = spreadStep & ~isForeground;
+        sp[i] = std::uint16_t(s + std::min(std::max(std::abs(diff) - s, -sStep), sStep));
+        dst[i] = std::uint8_t(std::min(255, diff >> kFractionBits) & isForeground);
+    }
+}
 
 } // namespace
 
@@ -67,52 +100,46 @@ BackgroundSubtractor::BackgroundSubtractor()
 
 BackgroundSubtractor::~BackgroundSubtractor() = default;
 
-bool BackgroundSubtractor::apply(const NereonImage& in, NereonImage& foreground)
+bool BackgroundSubtractor::BackgroundSubtractorPrivate::apply(const NereonImage& in, NereonImage& foreground,
+                                                               int firstRow)
 {
     if (!isWellFormed(in)) {
         foreground = NereonImage();
         return false;
     }
-    const std::size_t count = in.getData().size();
-    std::vector<std::uint8_t> out(count, 0);
-    if (!hasModel() || !d->isSameLayout(in)) {
-        d->startModel(in);
+    std::vector<std::uint8_t> out(in.getData().size(), 0);
+    if (framesSeen == 0 || !isSameLayout(in)) {
+        startModel(in);
         foreground = NereonImage(in.getWidth(), in.getHeight(), std::move(out), in.getBearings(), in.getRange(),
                                  in.getGain());
         return true;
     }
 
-    const int baseStep = d->getStep();
-    const int warmStep = warmUpLevels * kOne / (d->framesSeen + 1);
+    UpdateParameters p;
+    const int baseStep = getStep();
+    const int warmStep = warmUpLevels * kOne / (framesSeen + 1);
     const bool warmingUp = warmStep > baseStep;
-    const int step = std::max(baseStep, warmStep);
+    p.step = std::max(baseStep, warmStep);
     // Where a fish is, the model hardly moves: it must not burn in while a fish lingers.
-    const int foregroundStep = warmingUp ? step / 2 : std::max(1, step / 16);
-    const int spreadStep = std::max(1, step / 2);
-    const int minimum = d->thresholdDifference * kOne;
-    const int factor = int(std::lround(d->spreadFactor * 16.0)); // fixed point, 4 fractional bits
+    p.foregroundStep = warmingUp ? p.step / 2 : std::max(1, p.step / 16);
+    p.spreadStep = std::max(1, p.step / 2);
+    p.minimum = thresholdDifference * kOne;
+    p.factor = int(std::lround(spreadFactor * 16.0));
 
-    const std::uint8_t* src = in.getData().data();
-    std::uint16_t* bg = d->background.data();
-    std::uint16_t* sp = d->spread.data();
-    std::uint8_t* dst = out.data();
-    for (std::size_t i = 0; i < count; ++i) {
-        const int x = int(src[i]) << kFractionBits;
-        const int b = bg[i];
-        const int s = sp[i];
-        const int diff = x - b;
-        const int limit = std::max(minimum, (s * factor) >> 4);
-        const bool isForeground = diff > limit;
-        const int bStep = isForeground ? foregroundStep : step;
-        bg[i] = std::uint16_t(b + std::clamp(diff, -bStep, bStep));
-        const int sStep = isForeground ? 0 : spreadStep;
-        sp[i] = std::uint16_t(s + std::clamp(std::abs(diff) - s, -sStep, sStep));
-        dst[i] = isForeground ? std::uint8_t(std::min(255, diff >> kFractionBits)) : std::uint8_t(0);
-    }
-    ++d->framesSeen;
+    // Rows before the first recorded sample are padding, the same in every frame.
+    const std::size_t first = std::size_t(std::clamp(firstRow, 0, int(in.getHeight()))) * in.getWidth();
+    updateModel(in.getData().data() + first, background.data() + first, spread.data() + first, out.data() + first,
+                out.size() - first, p);
+    if (++framesSeen < settlingFrames)
+        std::fill(out.begin(), out.end(), 0);
     foreground = NereonImage(in.getWidth(), in.getHeight(), std::move(out), in.getBearings(), in.getRange(),
                              in.getGain());
     return true;
+}
+
+bool BackgroundSubtractor::apply(const NereonImage& in, NereonImage& foreground)
+{
+    return d->apply(in, foreground, 0);
 }
 
 bool BackgroundSubtractor::apply(const Sources::SourceFrame& in, NereonImage& foreground)
@@ -126,7 +153,7 @@ bool BackgroundSubtractor::apply(const Sources::SourceFrame& in, NereonImage& fo
             d->frameRateHz = 1e6 / d->meanIntervalUs;
     }
     d->lastTimestamp = in.timestamp;
-    return apply(in.image, foreground);
+    return d->apply(in.image, foreground, in.firstSampleRow);
 }
 
 void BackgroundSubtractor::learn(const std::vector<NereonImage>& samples)

@@ -7,9 +7,21 @@
 
 namespace Halcyra::Nereon::Analysis {
 
+/// How far the model moves in one frame, fixed point; the threshold's parts.
+struct UpdateParameters
+{
+    int step = 1;           // largest change of the background where there is no fish
+    int foregroundStep = 1; // where there is one
+    int spreadStep = 1;
+    int minimum = 0;        // smallest difference taken as foreground
+    int factor = 0;         // times the spread, 4 fractional bits
+};
+
 class BackgroundSubtractor::BackgroundSubtractorPrivate
 {
 public:
+    /// Compares, learns, and writes the foreground; rows before `firstRow` are padding.
+    bool apply(const NereonImage& in, NereonImage& foreground, int firstRow);
     bool isSameLayout(const NereonImage& image) const;
     void startModel(const NereonImage& image);
     /// The largest change of the estimate per frame, fixed point.

@@ -42,7 +42,13 @@ void FishCounter::addFrame(const Sources::SourceFrame& frame)
     double dt = frames / d->options.fallbackFrameRateHz;
     if (d->lastFrame >= 0 && frame.timestamp > d->lastTime && frame.timestamp - d->lastTime < 60'000'000)
         dt = (frame.timestamp - d->lastTime) / 1e6;
-    d->tracker.update(index, frame.timestamp, dt, d->detector.detect(foreground));
+    FieldOfView view;
+    const auto& bearings = frame.image.getBearings();
+    view.minBearingDeg = std::min(bearings.front(), bearings.back()) / 100.0;
+    view.maxBearingDeg = std::max(bearings.front(), bearings.back()) / 100.0;
+    view.minRangeM = frame.firstSampleRow * frame.image.getRange() / frame.image.getHeight();
+    view.maxRangeM = frame.image.getRange();
+    d->tracker.update(index, frame.timestamp, dt, d->detector.detect(foreground), view);
     d->lastFrame = index;
     d->lastTime = frame.timestamp;
     ++d->framesProcessed;

@@ -99,15 +99,25 @@ void FishTracker::correctTrack(Track& t, const Detection& det, int frame, std::i
     t.points.push_back({frame, time, det.xM, det.yM, det.lengthM, true, !det.touchesEdge});
 }
 
-void FishTracker::update(int frame, std::int64_t time, double dt, const std::vector<Detection>& detections)
+void FishTracker::update(int frame, std::int64_t time, double dt, const std::vector<Detection>& detections,
+                         const FieldOfView& view)
 {
     std::vector<std::size_t> active;
     for (std::size_t i = 0; i < tracks.size(); ++i) {
-        if (!tracks[i].ended) {
-            tracks[i].x.predict(dt, accelerationVariance);
-            tracks[i].y.predict(dt, accelerationVariance);
-            active.push_back(i);
+        Track& t = tracks[i];
+        if (t.ended)
+            continue;
+        t.x.predict(dt, accelerationVariance);
+        t.y.predict(dt, accelerationVariance);
+        // A fish that swam out of the beams is gone: left coasting at the edge, its
+        // track would take over the next fish coming in there the other way.
+        const double range = rangeOf(t.x.p, t.y.p), bearing = bearingOf(t.x.p, t.y.p);
+        if (bearing < view.minBearingDeg || bearing > view.maxBearingDeg || range < view.minRangeM
+            || range > view.maxRangeM) {
+            t.ended = true;
+            continue;
         }
+        active.push_back(i);
     }
 
     // Candidate pairs within the gate, cheapest first. The cost weighs distance
@@ -121,7 +131,10 @@ void FishTracker::update(int frame, std::int64_t time, double dt, const std::vec
             const double distance = std::hypot(detections[j].xM - t.x.p, detections[j].yM - t.y.p);
             if (distance > gate)
                 continue;
-            const double sizeRatio = std::log(std::max(detections[j].lengthM, 0.01) / std::max(t.lengthM, 0.01));
+            // A fish entering or leaving the beams is seen in part: its size says nothing then.
+            const double sizeRatio = detections[j].touchesEdge
+                ? 0.0
+                : std::log(std::max(detections[j].lengthM, 0.01) / std::max(t.lengthM, 0.01));
             const double cost = distance / gate + 0.5 * std::min(std::abs(sizeRatio), 1.0) + (isConfirmed(t) ? 0.0 : 0.5);
             pairs.emplace_back(cost, i, j);
         }

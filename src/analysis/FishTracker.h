@@ -8,6 +8,15 @@
 
 namespace Halcyra::Nereon::Analysis {
 
+/// Where the beams see: bearings in degrees, ranges in metres.
+struct FieldOfView
+{
+    double minBearingDeg = -180.0;
+    double maxBearingDeg = 180.0;
+    double minRangeM = 0.0;
+    double maxRangeM = 1e9;
+};
+
 /**
  * Follows echoes from frame to frame and turns finished tracks into counted fish.
  * Each track predicts its position with a constant-velocity Kalman filter in metres;
@@ -20,8 +29,10 @@ class FishTracker
 public:
     explicit FishTracker(const CountOptions& options);
 
-    /// One frame's detections; `dtSeconds` since the previous frame.
-    void update(int frame, std::int64_t time, double dtSeconds, const std::vector<Detection>& detections);
+    /// One frame's detections; `dtSeconds` since the previous frame. A track predicted
+    /// outside `view` has left the beams and ends.
+    void update(int frame, std::int64_t time, double dtSeconds, const std::vector<Detection>& detections,
+                const FieldOfView& view = {});
     /// Ends every track and counts what qualifies.
     void finish();
 

@@ -63,14 +63,17 @@ Halcyra::Nereon::Sources::SourceFrame SyntheticSonar::frame(int index) const
         const int row1 = std::min(samples - 1, int((centreRange + f.lengthM) / rowM));
         for (int r = row0; r <= row1; ++r) {
             const double range = (r + 0.5) * rowM;
-            // A sample stands for its beam's width: the echo fills the beams it touches.
-            const double halfWidth = std::hypot(f.widthM / 2, range * beamRad / 2);
             for (int b = 0; b < beams; ++b) {
-                const double angle = bearings[b] / 100.0 * M_PI / 180.0;
-                const double dx = range * std::sin(angle) - cx, dy = range * std::cos(angle) - cy;
-                const double along = dx * ux + dy * uy, across = dy * ux - dx * uy;
-                const double a = along / (f.lengthM / 2), c = across / halfWidth;
-                if (a * a + c * c > 1.0 || std::abs(along) < f.gapM / 2)
+                // A beam hears the fish where any part of its width covers the body.
+                bool covered = false;
+                for (double edge : {-0.5, 0.0, 0.5}) {
+                    const double angle = bearings[b] / 100.0 * M_PI / 180.0 + edge * beamRad;
+                    const double dx = range * std::sin(angle) - cx, dy = range * std::cos(angle) - cy;
+                    const double along = dx * ux + dy * uy, across = dy * ux - dx * uy;
+                    const double a = along / (f.lengthM / 2), c = across / (f.widthM / 2);
+                    covered = covered || (a * a + c * c <= 1.0 && std::abs(along) >= f.gapM / 2);
+                }
+                if (!covered)
                     continue;
                 std::uint8_t& v = data[std::size_t(r) * beams + b];
                 v = std::uint8_t(std::max<int>(v, f.intensity - int(mix(r * 31 + b + index) % 40)));
