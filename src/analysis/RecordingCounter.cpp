@@ -13,9 +13,10 @@ using Sources::SourceFrame;
 
 namespace {
 
-/// The background samples may hold this much at once, so that a recording of large
-/// frames still costs bounded memory.
-constexpr std::int64_t sampleBudgetBytes = 64 << 20;
+/// The background samples may hold this much at once, so that a recording of huge
+/// frames still costs bounded memory. Room for 60 frames of 512 x 4000 and more:
+/// a model learnt from half as many takes speckle at that size for fish.
+constexpr std::int64_t sampleBudgetBytes = std::int64_t(256) << 20;
 
 } // namespace
 
