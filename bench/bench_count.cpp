@@ -61,7 +61,8 @@ QString recording(int beams, int samples)
     options.seed = std::uint64_t(beams * 10000 + samples);
     SyntheticPassage passage(options);
     const bool aris = beams <= 128;
-    const QString path = folder().filePath(QStringLiteral("passage-%1x%2.%3").arg(beams).arg(samples).arg(aris ? "aris" : "nrec"));
+    const QString path = folder().filePath(
+        QStringLiteral("passage-%1x%2.%3").arg(beams).arg(samples).arg(aris ? "aris" : "nrec"));
     SourceFrame frame;
     if (aris) {
         ArisWriter writer;
@@ -125,7 +126,11 @@ void BM_Count(benchmark::State& state)
 
 } // namespace
 
-BENCHMARK(BM_Count)->Args({ 128, 1000 })->Args({ 128, 2000 })->Args({ 512, 4000 })->Unit(benchmark::kMillisecond)
+BENCHMARK(BM_Count)
+    ->Args({ 128, 1000 })
+    ->Args({ 128, 2000 })
+    ->Args({ 512, 4000 })
+    ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
 BENCHMARK_MAIN();

@@ -102,7 +102,8 @@ const Setting settingsTable[] = {
     { "confirm-hits", "N", "Detections before a track counts as a fish (default 3)." },
     { "max-misses", "N", "Frames without a detection before a track ends (default 5)." },
     { "gate", "M", "Farthest a fish moves between frames and stays the same fish, metres (default 0.6)." },
-    { "background-samples", "N", "Frames sampled across each recording to learn the background (default 60)." },
+    { "background-samples", "N",
+        "Frames sampled across each recording to learn the background (default 60)." },
 };
 
 /// Applies one option to `line`; an error message, or empty.
@@ -121,7 +122,8 @@ QString apply(const QString& name, const QString& value, CommandLine& line)
     } else if (name == QLatin1String("direction")) {
         for (const QString& part : value.split(QLatin1Char(','), Qt::SkipEmptyParts))
             if (!applyDirection(part, o))
-                return QStringLiteral("--direction takes up-is-right, up-is-left or line:DEG (-180 to 180), not '%1'")
+                return QStringLiteral(
+                    "--direction takes up-is-right, up-is-left or line:DEG (-180 to 180), not '%1'")
                     .arg(part);
     } else if (name == QLatin1String("confirm-hits") && !toInteger(value, 1, 1000, o.confirmHits))
         return QStringLiteral("--confirm-hits needs 1 to 1000");
@@ -180,7 +182,8 @@ CommandLine parse(const QStringList& arguments)
     parser.addOption(settings);
     std::vector<QCommandLineOption> options;
     for (const Setting& s : settingsTable) {
-        options.emplace_back(QString::fromLatin1(s.name), QString::fromLatin1(s.help), QString::fromLatin1(s.value));
+        options.emplace_back(
+            QString::fromLatin1(s.name), QString::fromLatin1(s.help), QString::fromLatin1(s.value));
         parser.addOption(options.back());
     }
     if (!parser.parse(arguments)) {
@@ -228,7 +231,8 @@ QStringList findRecordings(const QStringList& inputs, QStringList& errors)
         const QFileInfo info(input);
         if (info.isDir()) {
             QStringList found;
-            QDirIterator it(input, QDir::Files | QDir::Readable, QDirIterator::Subdirectories | QDirIterator::FollowSymlinks);
+            QDirIterator it(input, QDir::Files | QDir::Readable,
+                QDirIterator::Subdirectories | QDirIterator::FollowSymlinks);
             while (it.hasNext()) {
                 const QString path = it.next();
                 if (isRecording(path))
@@ -306,7 +310,8 @@ int main(int argc, char* argv[])
 
     // Every core counts a recording of its own; OpenCV's pool would only compete with them.
     RecordingCounter::setLibraryThreads(1);
-    const int jobCount = std::max(1, std::min<int>(line.jobs > 0 ? line.jobs : QThread::idealThreadCount(), files.size()));
+    const int jobCount
+        = std::max(1, std::min<int>(line.jobs > 0 ? line.jobs : QThread::idealThreadCount(), files.size()));
 
     std::vector<Job> jobs(std::size_t(files.size()));
     std::int64_t allBytes = 0;
@@ -348,7 +353,8 @@ int main(int argc, char* argv[])
             }
             QString error;
             if (!FishCsv::writeFish(out.filePath(names[i] + QStringLiteral(".fish.csv")), result.fish, &error)
-                || !FishCsv::writeTracks(out.filePath(names[i] + QStringLiteral(".tracks.csv")), result.trackPoints, &error)) {
+                || !FishCsv::writeTracks(
+                    out.filePath(names[i] + QStringLiteral(".tracks.csv")), result.trackPoints, &error)) {
                 say(error);
                 result.error = error;
                 ++failures;
@@ -384,8 +390,8 @@ int main(int argc, char* argv[])
         const double rate = seconds > 0.0 ? bytesDone / seconds : 0.0;
         {
             const std::lock_guard<std::mutex> lock(messages);
-            std::fprintf(stderr, "\r\033[K%d/%d files  %ld frames  %.0f frames/s  %s left", finished, int(files.size()),
-                frames, seconds > 0.0 ? frames / seconds : 0.0,
+            std::fprintf(stderr, "\r\033[K%d/%d files  %ld frames  %.0f frames/s  %s left", finished,
+                int(files.size()), frames, seconds > 0.0 ? frames / seconds : 0.0,
                 rate > 0.0 ? qPrintable(formatDuration((double(allBytes) - bytesDone) / rate)) : "?");
             std::fflush(stderr);
             progressShown = true;
@@ -409,7 +415,8 @@ int main(int argc, char* argv[])
             up += r.upstream, down += r.downstream, frames += r.frames;
         const double seconds = double(clock.elapsed()) / 1000.0;
         std::fprintf(stderr, "%d recordings, %ld frames in %s (%.0f frames/s): %d fish up, %d down\n",
-            int(files.size()), frames, qPrintable(formatDuration(seconds)), seconds > 0 ? frames / seconds : 0.0, up, down);
+            int(files.size()), frames, qPrintable(formatDuration(seconds)),
+            seconds > 0 ? frames / seconds : 0.0, up, down);
     }
     return failures > 0 || !problems.isEmpty() ? Failure : Success;
 }

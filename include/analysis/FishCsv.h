@@ -40,9 +40,11 @@ public:
     /// fish.csv of `fish`. False, with `error` naming the file, when it cannot be written.
     static bool writeFish(const QString& path, const std::vector<FishRecord>& fish, QString* error = nullptr);
     /// tracks.csv of `points`.
-    static bool writeTracks(const QString& path, const std::vector<TrackPoint>& points, QString* error = nullptr);
+    static bool writeTracks(
+        const QString& path, const std::vector<TrackPoint>& points, QString* error = nullptr);
     /// summary.csv, one row per recording.
-    static bool writeSummary(const QString& path, const std::vector<RecordingCount>& counts, QString* error = nullptr);
+    static bool writeSummary(
+        const QString& path, const std::vector<RecordingCount>& counts, QString* error = nullptr);
 
     /// µs since 1970 as 2024-05-01T12:00:00.123456Z.
     static QString formatTime(std::int64_t microseconds);

@@ -23,8 +23,8 @@ QString direction(Direction d)
 }
 
 template <typename T>
-bool writeFile(const QString& path, const QString& header, const std::vector<T>& items, QString (*format)(const T&),
-    QString* error)
+bool writeFile(const QString& path, const QString& header, const std::vector<T>& items,
+    QString (*format)(const T&), QString* error)
 {
     // QSaveFile writes beside the target and renames over it on commit(), with the
     // permissions a new file would get; nothing is left under the name on failure.
@@ -91,7 +91,8 @@ QString FishCsv::summaryRow(const RecordingCount& c)
 {
     const bool counted = c.frames > 0;
     return QStringLiteral("%1,%2,%3,%4,%5,%6,%7,%8,%9")
-        .arg(quote(c.file), counted ? formatTime(c.startTime) : QString(), counted ? formatTime(c.endTime) : QString())
+        .arg(quote(c.file), counted ? formatTime(c.startTime) : QString(),
+            counted ? formatTime(c.endTime) : QString())
         .arg(c.frames)
         .arg(c.upstream)
         .arg(c.downstream)
@@ -124,13 +125,14 @@ QString FishCsv::formatTime(std::int64_t microseconds)
         --seconds;
     }
     const QDateTime time = QDateTime::fromSecsSinceEpoch(seconds, Qt::UTC);
-    return time.toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss")) + QStringLiteral(".%1Z").arg(fraction, 6, 10, QChar('0'));
+    return time.toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss"))
+        + QStringLiteral(".%1Z").arg(fraction, 6, 10, QChar('0'));
 }
 
 QString FishCsv::quote(const QString& text)
 {
-    if (!text.contains(QLatin1Char(',')) && !text.contains(QLatin1Char('"')) && !text.contains(QLatin1Char('\n'))
-        && !text.contains(QLatin1Char('\r')))
+    if (!text.contains(QLatin1Char(',')) && !text.contains(QLatin1Char('"'))
+        && !text.contains(QLatin1Char('\n')) && !text.contains(QLatin1Char('\r')))
         return text;
     QString quoted = text;
     quoted.replace(QLatin1Char('"'), QStringLiteral("\"\""));

@@ -40,7 +40,8 @@ bool RecordingCounter::count(const QString& path, RecordingCount& result)
     FishCounter counter(options);
     if (backgroundSamples > 0) {
         const Sources::SonarDescription sonar = reader->getDescription();
-        const std::int64_t frameBytes = std::max<std::int64_t>(1, std::int64_t(sonar.beamCount) * sonar.samplesPerBeam);
+        const std::int64_t frameBytes
+            = std::max<std::int64_t>(1, std::int64_t(sonar.beamCount) * sonar.samplesPerBeam);
         const int affordable = int(std::max<std::int64_t>(8, sampleBudgetBytes / frameBytes));
         const int wanted = std::min({ backgroundSamples, affordable, reader->getFrameCount() });
         std::vector<NereonImage> samples;
@@ -49,7 +50,8 @@ bool RecordingCounter::count(const QString& path, RecordingCount& result)
         for (int i = 0; i < wanted && !cancelRequested; ++i) {
             // Evenly across the file, the first and the last frame included; frames past
             // damage found on the way are simply not there any more.
-            const int index = wanted > 1 ? int((std::int64_t(i) * (reader->getFrameCount() - 1)) / (wanted - 1)) : 0;
+            const int index
+                = wanted > 1 ? int((std::int64_t(i) * (reader->getFrameCount() - 1)) / (wanted - 1)) : 0;
             if (index < reader->getFrameCount() && reader->readFrame(index, frame))
                 samples.push_back(frame.image);
         }

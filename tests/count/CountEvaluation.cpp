@@ -125,8 +125,10 @@ CountScore scoreCount(const QString& name, const std::vector<SyntheticFish>& tru
             best = { countedId, match.second };
     }
     for (const auto& [drawnId, match] : bestFollower) {
-        const auto t = std::find_if(truth.begin(), truth.end(), [id = drawnId](const SyntheticFish& s) { return s.id == id; });
-        const auto f = std::find_if(fish.begin(), fish.end(), [id = match.first](const FishRecord& r) { return r.id == id; });
+        const auto t = std::find_if(
+            truth.begin(), truth.end(), [id = drawnId](const SyntheticFish& s) { return s.id == id; });
+        const auto f = std::find_if(
+            fish.begin(), fish.end(), [id = match.first](const FishRecord& r) { return r.id == id; });
         if (t == truth.end() || f == fish.end())
             continue;
         ++score.found;

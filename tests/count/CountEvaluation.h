@@ -24,7 +24,10 @@ struct CountScore
 
     double countError() const { return truth ? double(counted - truth) / truth : 0.0; }
     double recall() const { return truth ? double(found) / truth : 1.0; }
-    double steadyRecall() const { return truth > truthBrief ? double(foundSteady) / (truth - truthBrief) : 1.0; }
+    double steadyRecall() const
+    {
+        return truth > truthBrief ? double(foundSteady) / (truth - truthBrief) : 1.0;
+    }
     double precision() const { return counted ? double(found) / counted : 1.0; }
     double directionAgreement() const { return found ? double(directionAgrees) / found : 1.0; }
     double medianLengthError() const;
@@ -43,4 +46,5 @@ struct CountScore
 CountScore scoreCount(const QString& name, const std::vector<Halcyra::Nereon::Sources::SyntheticFish>& truth,
     const std::vector<Halcyra::Nereon::Sources::SyntheticFishPosition>& positions,
     const std::vector<Halcyra::Nereon::Analysis::FishRecord>& fish,
-    const std::vector<Halcyra::Nereon::Analysis::TrackPoint>& points, double toleranceM = 1.0, int minFrames = 3);
+    const std::vector<Halcyra::Nereon::Analysis::TrackPoint>& points, double toleranceM = 1.0,
+    int minFrames = 3);

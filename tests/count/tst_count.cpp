@@ -90,9 +90,11 @@ void TestCount::writesWholeFilesOnly()
     QVERIFY2(written, qPrintable(error));
     QFile file(dir.filePath("a.fish.csv"));
     QVERIFY(file.open(QIODevice::ReadOnly));
-    QCOMPARE(file.readAll(), QByteArray(
-        "fish_id,first_frame,last_frame,first_time,last_time,direction,length_m,range_m,bearing_deg,speed_m_s,detections\n"
-        "7,12,40,2024-05-01T12:00:00.000000Z,2024-05-01T12:00:02.800000Z,down,0.625,8.500,-3.250,,20\n"));
+    QCOMPARE(file.readAll(),
+        QByteArray(
+            "fish_id,first_frame,last_frame,first_time,last_time,direction,length_m,range_m,bearing_deg,"
+            "speed_m_s,detections\n"
+            "7,12,40,2024-05-01T12:00:00.000000Z,2024-05-01T12:00:02.800000Z,down,0.625,8.500,-3.250,,20\n"));
     QCOMPARE(file.permissions() & (QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther),
         QFile::Permissions(QFile::ReadGroup));
     QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList { "a.fish.csv" });
@@ -108,9 +110,7 @@ void TestCount::cancelsFromProgress()
     options.frames = 40;
     QVERIFY(writePassage(dir.filePath("p.aris"), options));
     RecordingCounter counter;
-    counter.setProgress([](int done, int total) {
-        return !(done == 10 && total == 40);
-    });
+    counter.setProgress([](int done, int total) { return !(done == 10 && total == 40); });
     RecordingCount result;
     QVERIFY(!counter.count(dir.filePath("p.aris"), result));
     QVERIFY(result.cancelled);
@@ -126,7 +126,8 @@ void TestCount::countsWithinAims()
     for (int i = 0; i < files; ++i) {
         passages[std::size_t(i)].frames = 600;
         passages[std::size_t(i)].seed = std::uint64_t(101 + i);
-        QVERIFY(writePassage(dir.filePath(QStringLiteral("passage%1.aris").arg(i + 1)), passages[std::size_t(i)]));
+        QVERIFY(writePassage(
+            dir.filePath(QStringLiteral("passage%1.aris").arg(i + 1)), passages[std::size_t(i)]));
     }
     std::vector<RecordingCount> counts(files);
     RecordingCounter::setLibraryThreads(1);
@@ -135,7 +136,8 @@ void TestCount::countsWithinAims()
         jobs.emplace_back([&, job] {
             RecordingCounter counter;
             for (int i = job; i < files; i += 2)
-                counter.count(dir.filePath(QStringLiteral("passage%1.aris").arg(i + 1)), counts[std::size_t(i)]);
+                counter.count(
+                    dir.filePath(QStringLiteral("passage%1.aris").arg(i + 1)), counts[std::size_t(i)]);
         });
     for (std::thread& job : jobs)
         job.join();
