@@ -117,8 +117,12 @@ def _table(columns, dtype, rows_of):
     return table
 
 
-def count(path, **options):
+def count(path, progress=None, **options):
     """Counts the fish in the recording at `path` (.aris or .nrec), returning a Count.
+
+    `progress`, when given, is called with (frames done, frames in the file) every 50
+    frames; an exception it raises stops the count and comes out of count(), as
+    Ctrl-C's KeyboardInterrupt does.
 
     Options: min_length (metres, 0.25), direction ("up-is-right": upstream lies
     towards increasing bearing; "up-is-left"; or "line:DEG"), count_line (bearing in
@@ -127,7 +131,7 @@ def count(path, **options):
     not a single frame can be read; a damaged file is counted up to the damage.
     """
     from . import _module
-    result = _module._countRecording(os.fspath(path), *_options(options))
+    result = _module._countRecording(os.fspath(path), *_options(options), progress)
     return Count(
         file=os.fspath(path),
         fish=_table(result["fish"], FISH_DTYPE, "fish_id"),

@@ -64,6 +64,19 @@ def test_count_recordings_locally_and_on_dask(recordings, tmp_path):
         assert len(table.tracks) == sum(len(c.tracks) for c in one_by_one)
 
 
+def test_an_exception_from_progress_stops_the_count(recordings):
+    seen = []
+
+    def progress(done, total):
+        seen.append((done, total))
+        if done >= 100:
+            raise KeyboardInterrupt
+
+    with pytest.raises(KeyboardInterrupt):
+        tn.count(recordings[0], progress=progress)
+    assert seen == [(50, 200), (100, 200)]
+
+
 @pytest.mark.parametrize("options, error", [
     ({"min_lenght": 0.3}, TypeError),
     ({"direction": "sideways"}, ValueError),
