@@ -56,9 +56,8 @@ signals:
 private:
     void emitNewFish();
 
-    CountOptions options;
-    std::unique_ptr<FishCounter> counter;
-    std::size_t fishEmitted = 0;
+    class LiveFishCounterPrivate;
+    std::unique_ptr<LiveFishCounterPrivate> const d;
 };
 
 } // namespace Halcyra::Nereon::Analysis

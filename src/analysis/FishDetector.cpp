@@ -210,15 +210,21 @@ std::vector<Detection> FishDetector::detect(const NereonImage& foreground)
     if (kept.empty())
         return detections;
 
-    // Pieces of one echo: close in metres, or lying along one axis.
+    // Pieces of one echo: close in metres, or lying along one axis. Sorted by their
+    // first row, a piece is compared only with those starting near enough in range,
+    // so that a frame full of speckle costs little more than a quiet one.
+    std::sort(kept.begin(), kept.end(), [&](int a, int b) { return pieces[std::size_t(a)].row0 < pieces[std::size_t(b)].row0; });
     std::vector<int> parent(pieces.size());
     std::iota(parent.begin(), parent.end(), 0);
+    const double reach = std::max(d->joinGapM, d->joinAlongAxisM);
     for (std::size_t i = 0; i < kept.size(); ++i) {
         const Piece& a = pieces[std::size_t(kept[i])];
         for (std::size_t j = i + 1; j < kept.size(); ++j) {
             const Piece& b = pieces[std::size_t(kept[j])];
             const double a0 = a.row0 * cellM, a1 = (a.row1 + 1) * cellM;
             const double b0 = b.row0 * cellM, b1 = (b.row1 + 1) * cellM;
+            if (b0 - a1 > reach)
+                break;
             const double dr = std::max({0.0, b0 - a1, a0 - b1});
             const double dAngle = std::max({0.0, (b.beam0 - a.beam1 - 1) * beamStep, (a.beam0 - b.beam1 - 1) * beamStep});
             const double across = std::max(a0, b0) * dAngle;

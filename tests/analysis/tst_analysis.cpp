@@ -404,10 +404,16 @@ void TestAnalysis::liveCounterOnItsOwnThread()
 
     std::vector<FishRecord> counted;
     int up = -1, foregrounds = 0;
+    std::size_t mostTracks = 0;
     QThread* countingThread = nullptr;
     connect(counter, &LiveFishCounter::fishCounted, this, [&](const FishRecord& f) { counted.push_back(f); });
     connect(counter, &LiveFishCounter::countsChanged, this, [&](int u, int) { up = u; });
     connect(counter, &LiveFishCounter::foregroundReady, this, [&](const SourceFrame&) { ++foregrounds; });
+    connect(counter, &LiveFishCounter::tracksUpdated, this,
+            [&](const std::vector<LiveTrack>& tracks) {
+                mostTracks = std::max<std::size_t>(mostTracks, std::count_if(tracks.begin(), tracks.end(),
+                                                                             [](const LiveTrack& t) { return t.confirmed; }));
+            });
     connect(counter, &LiveFishCounter::tracksUpdated, counter, [&](const std::vector<LiveTrack>&) {
         countingThread = QThread::currentThread();
     }, Qt::DirectConnection);
@@ -419,6 +425,7 @@ void TestAnalysis::liveCounterOnItsOwnThread()
     QTRY_COMPARE(up, 1);
     QCOMPARE(int(counted.size()), 1);
     QCOMPARE(countingThread, &thread);
+    QCOMPARE(mostTracks, std::size_t(1));
 }
 
 QTEST_GUILESS_MAIN(TestAnalysis)
