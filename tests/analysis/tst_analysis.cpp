@@ -77,6 +77,7 @@ private slots:
     void detectionsInMetres_data();
     void detectionsInMetres();
 
+    void malformedFramesAreSkipped();
     void crossingFishKeepIdentity();
     void confirmAndMissRules_data();
     void confirmAndMissRules();
@@ -267,6 +268,50 @@ void TestAnalysis::detectionsInMetres()
         QVERIFY2(std::abs(d.lengthM - length) < 0.08, qPrintable(QString::number(d.lengthM)));
     QVERIFY(std::abs(detections[0].rangeM - std::hypot(0.1 * rangeM, rangeM)) < 0.05);
     QVERIFY(std::abs(detections[0].bearingDeg - std::atan2(0.1, 1.0) * 180.0 / M_PI) < 0.5);
+}
+
+void TestAnalysis::malformedFramesAreSkipped()
+{
+    const std::vector<std::int16_t> bearings(4, 0);
+    const std::vector<std::uint8_t> data(4 * 10, 200);
+    const double nan = std::nan("");
+    const NereonImage bad[] = {
+        NereonImage(),
+        NereonImage(4, 10, std::vector<std::uint8_t>(39), bearings, 5.0, 1.0),
+        NereonImage(4, 10, data, std::vector<std::int16_t>(3), 5.0, 1.0),
+        NereonImage(4, 10, data, bearings, nan, 1.0),
+        NereonImage(4, 10, data, bearings, 0.0, 1.0),
+    };
+    FishCounter counter;
+    FishDetector detector;
+    int index = 0;
+    for (const NereonImage& image : bad) {
+        QVERIFY(detector.detect(image).empty());
+        SourceFrame frame;
+        frame.image = image;
+        frame.index = index++;
+        counter.addFrame(frame);
+    }
+    QCOMPARE(counter.getFramesRejected(), 5);
+    QCOMPARE(counter.getFramesProcessed(), 0);
+
+    // Odd but well-formed frames are taken: padding past the end, one beam, one row,
+    // no times, frame numbers going back.
+    const NereonImage odd[] = {
+        NereonImage(4, 10, data, bearings, 5.0, 1.0),
+        NereonImage(1, 10, std::vector<std::uint8_t>(10, 90), {0}, 5.0, 1.0),
+        NereonImage(4, 1, std::vector<std::uint8_t>(4, 90), bearings, 5.0, 1.0),
+    };
+    for (const NereonImage& image : odd) {
+        SourceFrame frame;
+        frame.image = image;
+        frame.firstSampleRow = 50;
+        frame.index = --index;
+        for (int i = 0; i < 20; ++i)
+            counter.addFrame(frame);
+    }
+    counter.finish();
+    QCOMPARE(counter.getFramesProcessed(), 60);
 }
 
 void TestAnalysis::crossingFishKeepIdentity()
