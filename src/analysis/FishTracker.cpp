@@ -234,6 +234,14 @@ void FishTracker::settle(int frame, bool all)
         Track& later = tracks[next];
         while (!ended.points.back().detected)
             ended.points.pop_back();
+        // The frames between the two pieces, where the fish was not seen: on the line
+        // between where it was lost and where it was found again.
+        const Point from = ended.points.back(), to = later.firstDetected();
+        for (int frame = from.frame + 1; frame < to.frame; ++frame) {
+            const double f = double(frame - from.frame) / (to.frame - from.frame);
+            ended.points.push_back({frame, from.time + std::int64_t(std::llround(f * (to.time - from.time))),
+                                    from.x + f * (to.x - from.x), from.y + f * (to.y - from.y), 0.0, false, false});
+        }
         later.points.insert(later.points.begin(), ended.points.begin(), ended.points.end());
         later.hits += ended.hits;
         later.id = ended.id;

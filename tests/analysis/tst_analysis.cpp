@@ -386,6 +386,11 @@ void TestAnalysis::confirmAndMissRules()
     QCOMPARE(int(tracker.getFish().size()), expectedFish);
     if (expectedFish > 0)
         QCOMPARE(tracker.getFish().front().detections, expectedDetections);
+    // One track point for every frame from the first detection to the last, seen or not.
+    if (expectedFish == 1) {
+        const FishRecord& fish = tracker.getFish().front();
+        QCOMPARE(int(tracker.getTrackPoints().size()), fish.lastFrame - fish.firstFrame + 1);
+    }
 }
 
 void TestAnalysis::directionRules_data()
