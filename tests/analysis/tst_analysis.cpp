@@ -3,6 +3,7 @@
 #include "analysis/BackgroundSubtractor.h"
 #include "analysis/FishCounter.h"
 #include "analysis/FishDetector.h"
+#include "analysis/LiveBackgroundSubtractor.h"
 #include "analysis/LiveFishCounter.h"
 
 #include <QSignalSpy>
@@ -85,6 +86,7 @@ private slots:
 
     void directionRules_data();
     void directionRules();
+    void liveFilterHandsOutFrames();
     void liveCounterOnItsOwnThread();
 };
 
@@ -436,6 +438,32 @@ void TestAnalysis::directionRules()
     QCOMPARE(tracker.getDownstreamCount(), expectedDown);
     if (expectedUp + expectedDown > 0)
         QVERIFY(std::abs(tracker.getFish().front().speedMS - (toX + 0.9) / 1.9) < 0.05);
+}
+
+void TestAnalysis::liveFilterHandsOutFrames()
+{
+    SyntheticSonar sonar(64, 500, 8.0);
+    SyntheticFish fish;
+    fish.y = 4.0;
+    fish.firstFrame = 20;
+    sonar.addFish(fish);
+    LiveBackgroundSubtractor filter;
+    BackgroundSubtractor reference;
+    QSignalSpy frames(&filter, &LiveBackgroundSubtractor::frameReady);
+    QSignalSpy images(&filter, &LiveBackgroundSubtractor::imageReady);
+    NereonImage expected;
+    for (int i = 0; i < 30; ++i) {
+        filter.addFrame(sonar.frame(i));
+        reference.apply(sonar.frame(i), expected);
+    }
+    filter.addFrame(SourceFrame()); // malformed: dropped
+    QCOMPARE(frames.count(), 30);
+    QCOMPARE(images.count(), 30);
+    const auto last = frames.last().first().value<SourceFrame>();
+    QCOMPARE(last.index, 29);
+    QCOMPARE(last.timestamp, sonar.frame(29).timestamp);
+    QCOMPARE(last.image.getData(), expected.getData());
+    QVERIFY(countLit(last.image) > 0);
 }
 
 void TestAnalysis::liveCounterOnItsOwnThread()
