@@ -21,7 +21,7 @@ namespace Halcyra::Nereon::Analysis {
 /// How fish are found, followed and counted. Lengths in metres.
 struct TERNWICK_NEREON_ANALYSIS_EXPORT CountOptions
 {
-    double minLengthM = 0.25; ///< shorter detections/fish are ignored
+    double minLengthM = 0.25; ///< shorter fish are not counted (see also detectionLengthFraction)
     /// Which way across the fan is upstream.
     enum class Upstream
     {
@@ -29,7 +29,9 @@ struct TERNWICK_NEREON_ANALYSIS_EXPORT CountOptions
         TowardsNegativeBearing
     };
     Upstream upstream = Upstream::TowardsPositiveBearing; ///< which way across the fan the river flows up
-    std::optional<double> countLineBearingDeg; ///< when set, direction = which way a fish crosses this line
+    /// When set (degrees), direction = which way a fish crosses this line, and a fish
+    /// whose first and last positions lie on the same side of it is not counted.
+    std::optional<double> countLineBearingDeg;
     int confirmHits = 3; ///< detections before a track is a fish
     int maxMisses = 5; ///< frames without a detection before a track ends
     double gateM = 0.6; ///< matching gate in metres
