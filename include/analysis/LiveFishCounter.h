@@ -30,6 +30,7 @@ class TERNWICK_NEREON_ANALYSIS_EXPORT LiveFishCounter : public QObject
     Q_OBJECT
 
 public:
+    /// A counter with `options`; move it to the thread it is to count on.
     explicit LiveFishCounter(const CountOptions& options = {}, QObject* parent = nullptr);
     ~LiveFishCounter() override;
 
@@ -56,9 +57,8 @@ signals:
 private:
     void emitNewFish();
 
-    CountOptions options;
-    std::unique_ptr<FishCounter> counter;
-    std::size_t fishEmitted = 0;
+    class LiveFishCounterPrivate;
+    std::unique_ptr<LiveFishCounterPrivate> const d;
 };
 
 } // namespace Halcyra::Nereon::Analysis

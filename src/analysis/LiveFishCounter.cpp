@@ -1,12 +1,15 @@
 #include "analysis/LiveFishCounter.h"
 
+#include "LiveFishCounterPrivate.h"
+
 namespace Halcyra::Nereon::Analysis {
 
 LiveFishCounter::LiveFishCounter(const CountOptions& options, QObject* parent)
     : QObject(parent)
-    , options(options)
-    , counter(std::make_unique<FishCounter>(options))
+    , d(std::make_unique<LiveFishCounterPrivate>())
 {
+    d->options = options;
+    d->counter = std::make_unique<FishCounter>(d->options);
     // Queued connections need the types registered at run time.
     qRegisterMetaType<Sources::SourceFrame>();
     qRegisterMetaType<FishRecord>();
@@ -19,45 +22,45 @@ LiveFishCounter::~LiveFishCounter() = default;
 
 void LiveFishCounter::addFrame(const Sources::SourceFrame& frame)
 {
-    const int processed = counter->getFramesProcessed();
-    counter->addFrame(frame);
-    if (counter->getFramesProcessed() == processed)
+    const int processed = d->counter->getFramesProcessed();
+    d->counter->addFrame(frame);
+    if (d->counter->getFramesProcessed() == processed)
         return;
     Sources::SourceFrame foreground = frame;
-    foreground.image = counter->getLastForeground();
+    foreground.image = d->counter->getLastForeground();
     emit foregroundReady(foreground);
-    emit tracksUpdated(counter->getActiveTracks());
+    emit tracksUpdated(d->counter->getActiveTracks());
     emitNewFish();
 }
 
 void LiveFishCounter::learnBackground(const std::vector<NereonImage>& samples)
 {
-    counter->learnBackground(samples);
+    d->counter->learnBackground(samples);
 }
 
 void LiveFishCounter::finish()
 {
-    counter->finish();
-    emit tracksUpdated(counter->getActiveTracks());
+    d->counter->finish();
+    emit tracksUpdated(d->counter->getActiveTracks());
     emitNewFish();
 }
 
 void LiveFishCounter::reset()
 {
-    counter = std::make_unique<FishCounter>(options);
-    fishEmitted = 0;
+    d->counter = std::make_unique<FishCounter>(d->options);
+    d->fishEmitted = 0;
     emit tracksUpdated({});
     emit countsChanged(0, 0);
 }
 
 void LiveFishCounter::emitNewFish()
 {
-    const auto& fish = counter->getFish();
-    if (fishEmitted == fish.size())
+    const auto& fish = d->counter->getFish();
+    if (d->fishEmitted == fish.size())
         return;
-    for (; fishEmitted < fish.size(); ++fishEmitted)
-        emit fishCounted(fish[fishEmitted]);
-    emit countsChanged(counter->getUpstreamCount(), counter->getDownstreamCount());
+    for (; d->fishEmitted < fish.size(); ++d->fishEmitted)
+        emit fishCounted(fish[d->fishEmitted]);
+    emit countsChanged(d->counter->getUpstreamCount(), d->counter->getDownstreamCount());
 }
 
 } // namespace Halcyra::Nereon::Analysis
