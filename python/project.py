@@ -41,6 +41,8 @@ class NereonProject(PyQtProject):
     def apply_user_defaults(self, tool):
         pyqt = "PyQt{}".format(self.qt_major_version)
         self.sip_module = pyqt + ".sip"
+        # The package's pure-Python modules besides __init__.py.
+        self.wheel_includes = list(self.wheel_includes or []) + [("python/ternwick_nereon/counting.py", "ternwick_nereon")]
         if getattr(self.builder, "qmake", None) is None:
             self.builder.qmake = shutil.which("qmake6" if self.qt_major_version == 6 else "qmake")
         super().apply_user_defaults(tool)
@@ -68,6 +70,11 @@ class NereonBindings(PyQtBindings):
     def apply_user_defaults(self, tool):
         suffix = "-qt6" if self.project.qt_major_version == 6 else ""
         modules = ["ternwick-nereon-visualisation" + suffix, "ternwick-nereon-sources" + suffix]
+        # Counting only where the analysis library was built (it needs OpenCV).
+        if subprocess.run(["pkg-config", "--exists", "ternwick-nereon-analysis" + suffix]).returncode == 0:
+            modules.append("ternwick-nereon-analysis" + suffix)
+        else:
+            self.disabled_features = list(self.disabled_features or []) + ["NEREON_ANALYSIS"]
         for flag in _pkg_config("--cflags", *modules):
             if flag.startswith("-I"):
                 self.include_dirs.append(flag[2:])

@@ -70,8 +70,12 @@ class SquareMetres(Metres):
         return "m\u00b2"
 
 
+# Counting needs the analysis library, which a build without OpenCV leaves out.
+if hasattr(_module, "_countRecording"):
+    from .counting import Count, CountTable, count, count_recordings  # noqa: E402
+
 __all__ = [
     "AbstractUnit", "FanDisplay", "FanDisplayOptions", "FrameReader", "Metres", "NereonImage",
     "SonarDescription", "SourceFrame", "SquareMetres", "ZoomDisplay", "ZoomableFanDisplay",
     "open_recording",
-]
+] + (["Count", "CountTable", "count", "count_recordings"] if hasattr(_module, "_countRecording") else [])
