@@ -32,9 +32,11 @@ public:
     /// file,start_time,end_time,frames,fish_up,fish_down,fish_total,damage_offset,error
     static QString summaryHeader();
 
-    /// One line (without its end) of each file.
+    /// One line of fish.csv, without its end (likewise the rows below).
     static QString fishRow(const FishRecord& fish);
+    /// One line of tracks.csv.
     static QString trackRow(const TrackPoint& point);
+    /// One line of summary.csv.
     static QString summaryRow(const RecordingCount& count);
 
     /// fish.csv of `fish`. False, with `error` naming the file, when it cannot be written.

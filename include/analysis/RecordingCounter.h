@@ -27,7 +27,7 @@ struct TERNWICK_NEREON_ANALYSIS_EXPORT RecordingCount
     std::int64_t damageOffset = -1; ///< byte where reading stopped short, or -1
     QString damage; ///< "Stopped at byte N of FILE: why", or empty
     QString error; ///< why nothing could be counted, or empty
-    bool cancelled = false;
+    bool cancelled = false; ///< the count was cancelled before the end
 };
 
 /**
@@ -47,16 +47,21 @@ public:
     /// shrinks if damage is found); return false to cancel.
     using Progress = std::function<bool(int done, int total)>;
 
+    /// A counter with the given tracking and counting options.
     explicit RecordingCounter(const CountOptions& options = {});
     ~RecordingCounter();
     RecordingCounter(const RecordingCounter&) = delete;
     RecordingCounter& operator=(const RecordingCounter&) = delete;
 
+    /// The options each count uses.
     const CountOptions& getOptions() const { return options; }
+    /// Replaces the options for the next count.
     void setOptions(const CountOptions& newOptions) { options = newOptions; }
     /// Frames sampled across the recording to learn the background before counting (0: none).
     void setBackgroundSamples(int frames) { backgroundSamples = frames; }
+    /// Frames sampled to learn the background (default 60).
     int getBackgroundSamples() const { return backgroundSamples; }
+    /// Called on the counting thread during each count; an empty function for none.
     void setProgress(Progress callback) { progress = std::move(callback); }
 
     /**
