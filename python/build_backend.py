@@ -88,7 +88,7 @@ def missing():
         return "{} has no SIP files for {}: apt-get install pyqt{}-dev.".format(python, pyqt, flavour)
     qmake = "qmake6" if flavour == "6" else "qmake"
     if shutil.which(qmake) is None:
-        package = "qt6-base-dev-tools" if flavour == "6" else "qtbase5-dev-tools"
+        package = "qmake6" if flavour == "6" else "qt5-qmake"
         return "{} builds with Qt {}'s {}, which is not on PATH: apt-get install {}.".format(
             pyqt, flavour, qmake, package)
     return None
