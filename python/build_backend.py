@@ -12,6 +12,7 @@ import importlib
 import importlib.util
 import os
 import shutil
+import subprocess
 import sys
 
 SYSTEM_PACKAGES = "/usr/lib/python3/dist-packages"
@@ -91,6 +92,11 @@ def missing():
         package = "qmake6" if flavour == "6" else "qt5-qmake"
         return "{} builds with Qt {}'s {}, which is not on PATH: apt-get install {}.".format(
             pyqt, flavour, qmake, package)
+    query = subprocess.run([qmake, "-query", "QT_INSTALL_HEADERS"], capture_output=True, text=True)
+    if query.returncode != 0 or not os.path.isfile(os.path.join(query.stdout.strip(), "QtWidgets", "QWidget")):
+        package = "qt6-base-dev" if flavour == "6" else "qtbase5-dev"
+        return "{} builds against Qt {}'s development files, which are missing: apt-get install {}.".format(
+            pyqt, flavour, package)
     return None
 
 
