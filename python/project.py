@@ -37,6 +37,11 @@ def _pkg_config(modules, *arguments, environment=None):
     return shlex.split(result.stdout) if result.returncode == 0 else None
 
 
+def _jobs():
+    """Parallel compiler runs, as CMake would choose them."""
+    return int(os.environ.get("CMAKE_BUILD_PARALLEL_LEVEL") or os.cpu_count() or 1)
+
+
 def _run(command, log):
     """Runs a build step with its output in `log`; a failure shows the end of it."""
     with open(log, "a", encoding="utf-8") as output:
@@ -68,6 +73,8 @@ class NereonProject(PyQtProject):
         self.sip_module = pyqt + ".sip"
         if getattr(self.builder, "qmake", None) is None:
             self.builder.qmake = shutil.which("qmake6" if self.qt_major_version == 6 else "qmake")
+        if getattr(self.builder, "jobs", None) is None:
+            self.builder.jobs = _jobs()
         super().apply_user_defaults(tool)
         # PyQt's SIP files lie beside PyQt itself, wherever that was installed.
         import importlib
@@ -109,6 +116,10 @@ class NereonBindings(PyQtBindings):
                                 "unset to build the libraries into the package)")
         self._use_libraries(environment, bundled)
         buildable = super().generate()
+        launcher = os.environ.get("CMAKE_CXX_COMPILER_LAUNCHER")
+        if launcher:
+            # The module's own compile reuses earlier builds as CMake's does (ccache).
+            buildable.builder_settings.append("QMAKE_CXX = {} $$QMAKE_CXX".format(launcher))
         if bundled:
             # Escaped for qmake and make: the linker receives $ORIGIN itself.
             buildable.builder_settings.append("QMAKE_LFLAGS += \"-Wl,-rpath,\\'\\$\\$ORIGIN\\'\"")
@@ -140,7 +151,7 @@ class NereonBindings(PyQtBindings):
         binary = os.path.join(build_dir, "libraries")
         stage = os.path.join(build_dir, "stage")
         log = os.path.join(build_dir, "libraries.log")
-        jobs = os.environ.get("CMAKE_BUILD_PARALLEL_LEVEL") or str(os.cpu_count() or 1)
+        jobs = str(_jobs())
         print("Building the C++ libraries with CMake for the package ({} jobs)".format(jobs), flush=True)
         _run([cmake, "-S", SOURCE_DIR, "-B", binary, "-DCMAKE_BUILD_TYPE=Release",
               "-DNEREON_QT_MAJOR_VERSION={}".format(self.project.qt_major_version),
