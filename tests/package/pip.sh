@@ -16,7 +16,9 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 git clone --quiet "$root" "$work/src"
 if command -v ccache > /dev/null; then
-    export CMAKE_CXX_COMPILER_LAUNCHER=ccache
+    # Clone and build folders side by side under $work, whose paths then count as
+    # relative: the next run's clone hits the cache.
+    export CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_BASEDIR=$work CCACHE_NOHASHDIR=1
 fi
 
 # The display must draw the frame: the fan's middle differs from its corner.
@@ -44,7 +46,8 @@ pip_install() { # <mode> [environment...]
     shift
     /usr/bin/python3 -m venv --system-site-packages "$work/venv-$mode"
     local start=$SECONDS
-    (cd "$work/src" && env NEREON_LIBRARIES="$mode" "$@" "$work/venv-$mode/bin/pip" install --no-index --no-deps . \
+    (cd "$work/src" && env NEREON_LIBRARIES="$mode" "$@" "$work/venv-$mode/bin/pip" install --no-index --no-deps \
+        --config-settings=--build-dir="$work/build-$mode" . \
         > "$work/pip-$mode.log" 2>&1) || { cat "$work/pip-$mode.log" >&2; exit 1; }
     echo "pip install ($mode): $((SECONDS - start)) s"
     package=$(cd "$work" && "$runner" "$work/venv-$mode/bin/python" "$work/show.py" | tail -n 1)
@@ -56,6 +59,16 @@ pip_install() { # <mode> [environment...]
 found_in() {
     ldd "$module" | awk '/libternwick-/ { print $3 }' | xargs -n 1 dirname | sort -u
 }
+
+echo "== an environment without the system's PyQt gets one sentence, not a traceback"
+/usr/bin/python3 -m venv "$work/venv-bare"
+if (cd "$work/src" && "$work/venv-bare/bin/pip" install --no-index . > "$work/pip-bare.log" 2>&1) \
+    || ! grep -q 'ternwick-nereon: .* has no sip: .*--system-site-packages' "$work/pip-bare.log" \
+    || grep -q Traceback "$work/pip-bare.log"; then
+    cat "$work/pip-bare.log" >&2
+    echo "FAIL: pip did not stop with the one-sentence message" >&2
+    exit 1
+fi
 
 echo "== pip install, libraries built into the package"
 pip_install bundled
