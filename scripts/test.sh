@@ -75,6 +75,7 @@ timed qt5 build_and_test "$root/build" --docs
 timed qt6 build_and_test "$root/build-qt6" -DNEREON_QT_MAJOR_VERSION=6
 timed packages "$root/tests/package/side-by-side.sh" "$root/build" "$root/build-qt6"
 timed programs "$root/tests/package/installed-programs.sh" "$root/../shared/real-data/aris/sample.aris" "$root/build" "$root/build-qt6"
+timed pip "$root/tests/package/pip.sh" "$root/build"
 if [ "${NEREON_SKIP_SANITIZERS:-0}" != 1 ]; then
     timed sanitizers sanitizer_pass
     # Any finding fails.

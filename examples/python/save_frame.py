@@ -18,6 +18,17 @@ else:
 
 import ternwick_nereon as tn
 
+PALETTES = ["Greyscale", "Bronze", "Blue", "Green", "RedYellow", "Multicolour", "Fire", "Aqua"]
+
+
+def palette_name(text):
+    """The palette called `text`, in any case and with or without a hyphen ("fire", "red-yellow")."""
+    wanted = text.replace("-", "").replace("_", "").lower()
+    for name in PALETTES:
+        if name.lower() == wanted:
+            return name
+    raise argparse.ArgumentTypeError("no palette {!r} (choose from {})".format(text, ", ".join(PALETTES)))
+
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
@@ -25,7 +36,8 @@ def main():
     parser.add_argument("frame", type=int)
     parser.add_argument("output")
     parser.add_argument("--size", default="1000x700")
-    parser.add_argument("--palette", default="Multicolour")
+    parser.add_argument("--palette", type=palette_name, default="Multicolour", metavar="NAME",
+                        help="one of {} in any case (default: %(default)s)".format(", ".join(PALETTES)))
     parser.add_argument("--pyqt6", action="store_true")
     args = parser.parse_args()
     width, height = (int(v) for v in args.size.split("x"))
