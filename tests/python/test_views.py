@@ -227,9 +227,12 @@ def test_measurement_log_records_shows_and_round_trips_csv(app, tmp_path):
     view = QtWidgets.QTableView()
     view.setModel(log)
     model = view.model()
-    assert (model.rowCount(), model.columnCount()) == (2, tn.MeasurementLog.Column.ColumnCount)
-    assert model.data(model.index(1, tn.MeasurementLog.Column.ToolColumn)) == "rectangle"
-    assert model.data(model.index(1, tn.MeasurementLog.Column.WidgetColumn)) == "magnifier"
+    column = {name: int(getattr(value, "value", value)) for name, value in (  # PyQt6's enums are not ints
+        ("tool", tn.MeasurementLog.Column.ToolColumn), ("widget", tn.MeasurementLog.Column.WidgetColumn),
+        ("count", tn.MeasurementLog.Column.ColumnCount))}
+    assert (model.rowCount(), model.columnCount()) == (2, column["count"])
+    assert model.data(model.index(1, column["tool"])) == "rectangle"
+    assert model.data(model.index(1, column["widget"])) == "magnifier"
 
     path = str(tmp_path / "log.csv")
     log.exportCsv(path)
