@@ -101,7 +101,8 @@ class NereonBindings(PyQtBindings):
 
     def _modules(self):
         suffix = "-qt6" if self.project.qt_major_version == 6 else ""
-        return ["ternwick-nereon-visualisation" + suffix, "ternwick-nereon-sources" + suffix]
+        return ["ternwick-nereon-visualisation" + suffix, "ternwick-nereon-sources" + suffix,
+                "ternwick-nereon-views" + suffix]
 
     def _analysis_module(self):
         return "ternwick-nereon-analysis" + ("-qt6" if self.project.qt_major_version == 6 else "")
@@ -169,7 +170,7 @@ class NereonBindings(PyQtBindings):
               "-DNEREON_BUILD_PYTHON=OFF", "-DCMAKE_INSTALL_PREFIX=" + stage, "-DCMAKE_INSTALL_LIBDIR=lib"],
              log)
         suffix = "-qt6" if self.project.qt_major_version == 6 else ""
-        targets = ["ternwick-nereon-visualisation", "ternwick-nereon-sources"]
+        targets = ["ternwick-nereon-visualisation", "ternwick-nereon-sources", "ternwick-nereon-views"]
         # The analysis library (counting) exists where CMake found OpenCV.
         known = subprocess.run([cmake, "--build", binary, "--target", "help"], capture_output=True, text=True)
         if "ternwick-nereon-analysis" in known.stdout:
@@ -177,7 +178,7 @@ class NereonBindings(PyQtBindings):
         _run([cmake, "--build", binary, "--parallel", jobs, "--target", *targets], log)
         # Only the folders of what was built: installing the whole tree would want
         # every other library and tool too.
-        for folder in ("src/host", "src", "src/sources", "src/analysis", "pkgconfig"):
+        for folder in ("src/host", "src", "src/sources", "src/views", "src/analysis", "pkgconfig"):
             _run([cmake, "-P", os.path.join(binary, folder, "cmake_install.cmake")], log)
 
         # The loader looks for the files named by the libraries' SONAMEs: those

@@ -43,7 +43,7 @@ struct TERNWICK_NEREON_ANALYSIS_EXPORT CountOptions
     double minTravelM = 0.3;
     /// A track that ends may be taken up again by an echo this many frames later, where
     /// its motion predicts it (broken tracks joined before counting).
-    int joinFrames = 20;
+    int joinFrames = 30;
     /// Quantile of a fish's per-frame lengths taken as its length (its well-seen views).
     double lengthQuantile = 0.75;
     double adaptationSeconds = 20.0; ///< background model's adaptation time (see BackgroundSubtractor)

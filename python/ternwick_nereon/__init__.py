@@ -31,6 +31,17 @@ SonarDescription = _module.SonarDescription
 SourceFrame = _module.SourceFrame
 ZoomDisplay = _module.ZoomDisplay
 ZoomableFanDisplay = _module.ZoomableFanDisplay
+EchogramBuilder = _module.EchogramBuilder
+EchogramColumns = _module.EchogramColumns
+EchogramDisplay = _module.EchogramDisplay
+EchogramReduction = _module.EchogramReduction
+FanAnnotations = _module.FanAnnotations
+FanDisplayExtensions = _module.FanDisplayExtensions
+FanMeasurement = _module.FanMeasurement
+MeasurementLog = _module.MeasurementLog
+# Only in a build with the analysis library.
+if hasattr(_module, "BackgroundSubtractor"):
+    BackgroundSubtractor = _module.BackgroundSubtractor
 
 
 def open_recording(path):
@@ -78,4 +89,7 @@ __all__ = [
     "AbstractUnit", "FanDisplay", "FanDisplayOptions", "FrameReader", "Metres", "NereonImage",
     "SonarDescription", "SourceFrame", "SquareMetres", "ZoomDisplay", "ZoomableFanDisplay",
     "open_recording",
-] + (["Count", "CountTable", "count", "count_recordings"] if hasattr(_module, "_countRecording") else [])
+    "EchogramBuilder", "EchogramColumns", "EchogramDisplay", "EchogramReduction", "FanAnnotations",
+    "FanDisplayExtensions", "FanMeasurement", "MeasurementLog",
+] + (["BackgroundSubtractor", "Count", "CountTable", "count", "count_recordings"]
+      if hasattr(_module, "_countRecording") else [])

@@ -367,7 +367,7 @@ void TestAnalysis::confirmAndMissRules_data()
     QTest::newRow("too short") << 20 << -1 << 0.0 << 0.2 << 0 << 0;
     QTest::newRow("missed for less than the limit") << 9 << 14 << 0.0 << 0.5 << 1 << 20;
     QTest::newRow("broken track joined") << 9 << 18 << 0.0 << 0.5 << 1 << 20;
-    QTest::newRow("too long apart") << 9 << 31 << 0.0 << 0.5 << 2 << 10;
+    QTest::newRow("too long apart") << 9 << 41 << 0.0 << 0.5 << 2 << 10;
     QTest::newRow("elsewhere") << 9 << 16 << 2.0 << 0.5 << 2 << 10;
 }
 
@@ -382,7 +382,7 @@ void TestAnalysis::confirmAndMissRules()
     CountOptions options;
     options.minTravelM = 0.0;
     FishTracker tracker(options);
-    for (int frame = 0; frame < 50; ++frame) {
+    for (int frame = 0; frame < 60; ++frame) {
         const bool seen
             = frame <= firstEnd || (secondStart >= 0 && frame >= secondStart && frame < secondStart + 10);
         std::vector<Detection> detections;
