@@ -1,28 +1,10 @@
-// libFuzzer target: the ARIS recording reader on any bytes. The input is the
-// whole file; every frame that opens is decoded, as a replay would.
+// libFuzzer target: the ARIS recording reader on any bytes.
 
+#include "RecordingFuzzDriver.h"
 #include "sources/ArisReader.h"
-
-#include <QBuffer>
-
-#include <cstddef>
-#include <cstdint>
-#include <memory>
-
-using namespace Halcyra::Nereon::Sources;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    auto buffer = std::make_unique<QBuffer>();
-    buffer->setData(reinterpret_cast<const char*>(data), int(size));
-    ArisReader reader;
-    if (reader.open(std::move(buffer), QStringLiteral("fuzz.aris"))) {
-        SourceFrame frame;
-        while (reader.next(frame)) {
-        }
-        reader.findFrame(reader.getTimestamp(0) + 1);
-        reader.getDescription();
-    }
-    reader.describeDamage();
-    return 0;
+    Halcyra::Nereon::Sources::ArisReader reader;
+    return fuzzRecordingReader(reader, data, size, QStringLiteral("fuzz.aris"));
 }

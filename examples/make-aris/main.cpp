@@ -42,20 +42,27 @@ int main(int argc, char* argv[])
         "(fish_id,frame,range_m,bearing_deg,visible), every fish in every frame.");
     parser.addHelpOption();
     parser.addPositionalArgument("OUT", "The recording to write (.aris).");
-    const QCommandLineOption frames("frames", QStringLiteral("Frames (default %1).").arg(options.frames), "N");
-    const QCommandLineOption beams("beams", QStringLiteral("Beams: 48, 64, 96 or 128 (default %1).").arg(options.beams), "N");
-    const QCommandLineOption samples("samples", QStringLiteral("Samples per beam (default %1).").arg(options.samples), "N");
-    const QCommandLineOption fish("fish", QStringLiteral("Fish passing (default %1).").arg(options.fish), "N");
-    const QCommandLineOption seed("seed", QStringLiteral("Seed of the scene (default %1).").arg(options.seed), "S");
+    const QCommandLineOption frames(
+        "frames", QStringLiteral("Frames (default %1).").arg(options.frames), "N");
+    const QCommandLineOption beams(
+        "beams", QStringLiteral("Beams: 48, 64, 96 or 128 (default %1).").arg(options.beams), "N");
+    const QCommandLineOption samples(
+        "samples", QStringLiteral("Samples per beam (default %1).").arg(options.samples), "N");
+    const QCommandLineOption fish(
+        "fish", QStringLiteral("Fish passing (default %1).").arg(options.fish), "N");
+    const QCommandLineOption seed(
+        "seed", QStringLiteral("Seed of the scene (default %1).").arg(options.seed), "S");
     const QCommandLineOption windowStart("window-start",
         QStringLiteral("Range of the first sample in metres (default %1).").arg(options.windowStart), "M");
     const QCommandLineOption windowLength("window-length",
         QStringLiteral("Length of the window in metres (default %1).").arg(options.windowLength), "M");
-    const QCommandLineOption frameRate("frame-rate",
-        QStringLiteral("Frames per second (default %1).").arg(options.frameRate), "HZ");
+    const QCommandLineOption frameRate(
+        "frame-rate", QStringLiteral("Frames per second (default %1).").arg(options.frameRate), "HZ");
     const QCommandLineOption telephoto("telephoto", "The telephoto lens: narrower beams (48 or 96 beams).");
-    const QCommandLineOption truth("truth", "Write the truth to PREFIX-fish.csv and PREFIX-positions.csv.", "PREFIX");
-    parser.addOptions({ frames, beams, samples, fish, seed, windowStart, windowLength, frameRate, telephoto, truth });
+    const QCommandLineOption truth(
+        "truth", "Write the truth to PREFIX-fish.csv and PREFIX-positions.csv.", "PREFIX");
+    parser.addOptions(
+        { frames, beams, samples, fish, seed, windowStart, windowLength, frameRate, telephoto, truth });
     if (!parser.parse(QCoreApplication::arguments()))
         return mistake(parser.errorText());
     if (parser.isSet(QStringLiteral("help"))) {
@@ -143,7 +150,8 @@ int main(int argc, char* argv[])
     }
     if (parser.isSet(truth)) {
         const QString prefix = parser.value(truth);
-        if (!passage.writeTruth(prefix + QStringLiteral("-fish.csv"), prefix + QStringLiteral("-positions.csv"), &why)) {
+        if (!passage.writeTruth(
+                prefix + QStringLiteral("-fish.csv"), prefix + QStringLiteral("-positions.csv"), &why)) {
             std::fprintf(stderr, "nereon-make-aris: %s\n", qPrintable(why));
             return 1;
         }

@@ -16,8 +16,10 @@ SimulatedSonar::~SimulatedSonar() = default;
 
 void SimulatedSonar::start()
 {
-    if (!scene)
+    if (!scene) {
         scene = std::make_unique<SonarScene>(configuration);
+        scene->setFish(fish);
+    }
     if (!timer) {
         timer = new QTimer(this);
         timer->setTimerType(Qt::PreciseTimer);
@@ -40,10 +42,19 @@ void SimulatedSonar::setConfiguration(const SonarConfiguration& newConfiguration
     configuration = newConfiguration;
     if (scene
         && (old.beamCount != configuration.beamCount || old.apertureDegrees != configuration.apertureDegrees
-            || old.rangeLines != configuration.rangeLines || old.range != configuration.range))
+            || old.rangeLines != configuration.rangeLines || old.range != configuration.range)) {
         scene = std::make_unique<SonarScene>(configuration);
+        scene->setFish(fish);
+    }
     if (timer && timer->isActive())
         timer->setInterval(1000 / std::max(1, configuration.frameRate));
+}
+
+void SimulatedSonar::setFish(bool on)
+{
+    fish = on;
+    if (scene)
+        scene->setFish(on);
 }
 
 void SimulatedSonar::frameDelivered()

@@ -34,6 +34,8 @@ public slots:
     void stop();
     /// Rebuilds the scene for the new layout and adjusts the ping interval.
     void setConfiguration(const SonarConfiguration& configuration);
+    /// Adds fish passing through the fan (off by default), kept across configurations.
+    void setFish(bool on);
 
 signals:
     void newImage(const Halcyra::Nereon::NereonImage& image);
@@ -46,5 +48,6 @@ private:
     std::unique_ptr<SonarScene> scene;
     QTimer* timer = nullptr;
     qint64 pingCount = 0;
+    bool fish = false;
     std::atomic<int> framesInFlight { 0 };
 };

@@ -1,5 +1,7 @@
 #include "SonarScene.h"
 
+#include "sources/SyntheticFishModel.h"
+
 #include <QtMath>
 
 #include <algorithm>
@@ -73,6 +75,31 @@ SonarScene::SonarScene(const SonarConfiguration& configuration, std::uint32_t se
 
     buildBearings();
     buildBackground();
+}
+
+SonarScene::~SonarScene() = default;
+
+void SonarScene::setFish(bool on)
+{
+    if (!on) {
+        fishModel.reset();
+        fishEchoes.clear();
+        return;
+    }
+    if (fishModel)
+        return;
+    using namespace Halcyra::Nereon::Sources;
+    SyntheticPassageOptions options;
+    options.frameRate = std::max(1, configuration.frameRate);
+    options.frames = int(fishCycleSeconds * options.frameRate);
+    options.fish = 14;
+    // Clear of the water column before the first seabed return.
+    options.minimumFishRange = std::max(3.0, 1.5 * seabedAltitude * configuration.range);
+    options.maximumFishRange = std::min(15.0, 0.8 * configuration.range);
+    std::vector<double> degrees;
+    for (std::int16_t bearing : bearings)
+        degrees.push_back(bearing / 100.0);
+    fishModel = std::make_unique<SyntheticFishModel>(options, degrees, 0.0, configuration.range);
 }
 
 const SonarConfiguration& SonarScene::getConfiguration() const
@@ -246,6 +273,16 @@ Halcyra::Nereon::NereonImage SonarScene::renderFrame(double seconds)
     working = background;
 
     addTarget(working, getMovingTarget(seconds), false);
+    if (fishModel) {
+        // Echo strength of a fish at its brightest: brighter than the seabed, short of full scale.
+        constexpr float fishEcho = 1.0f;
+        fishEchoes.assign(working.size(), 0.0f);
+        const double spacing = configuration.range / configuration.rangeLines;
+        fishModel->addEchoes(std::fmod(seconds, fishCycleSeconds), fishEchoes.data(), configuration.rangeLines,
+            0.5 * spacing, spacing);
+        for (std::size_t i = 0; i < working.size(); ++i)
+            working[i] += fishEcho * fishEchoes[i];
+    }
 
     std::vector<std::uint8_t> intensities(working.size());
     constexpr int shift = 32 - speckleTableBits;

@@ -5,7 +5,12 @@
 #include "nereon/NereonImage.h"
 
 #include <cstdint>
+#include <memory>
 #include <vector>
+
+namespace Halcyra::Nereon::Sources {
+class SyntheticFishModel;
+}
 
 /**
  * A synthetic seabed as a forward-looking multibeam sonar sees it: a dark water
@@ -20,10 +25,17 @@ class SonarScene
 {
 public:
     explicit SonarScene(const SonarConfiguration& configuration, std::uint32_t seed = 0x2545f491u);
+    ~SonarScene();
 
     const SonarConfiguration& getConfiguration() const;
     /// Bearings of the beams in hundredths of a degree, ascending, symmetric about 0.
     const std::vector<std::int16_t>& getBearings() const;
+
+    /// Fish swimming across the fan, as in the synthetic ARIS passages (off by default).
+    /// Their passage repeats every fishCycleSeconds.
+    void setFish(bool on);
+    bool hasFish() const { return fishModel != nullptr; }
+    static constexpr double fishCycleSeconds = 120.0;
 
     /// The frame seen at the given time in seconds; the speckle differs per call.
     Halcyra::Nereon::NereonImage renderFrame(double seconds);
@@ -59,4 +71,6 @@ private:
     std::vector<float> speckle; ///< unit-mean amplitude multipliers
     std::vector<std::uint8_t> compression; ///< echo strength to intensity
     std::uint32_t randomState;
+    std::unique_ptr<Halcyra::Nereon::Sources::SyntheticFishModel> fishModel;
+    std::vector<float> fishEchoes;
 };

@@ -52,6 +52,7 @@ private:
         double x = 0.0, y = 0.0; ///< centre at `time`, metres (x to the right, y ahead)
         double time = 0.0; ///< seconds
         double headingX = 1.0, headingY = 0.0; ///< unit vector of motion
+        double tilt = 0.0; ///< radians off across the beams
         double appearFrom = -1e300, appearUntil = 1e300; ///< seconds in which it can be seen
         double strength = 1.0;
         double texturePhase[3] = {};

@@ -29,12 +29,15 @@ struct TERNWICK_NEREON_SOURCES_EXPORT SyntheticPassageOptions
     double frameRate = 10.0;
     int frames = 600;
     /// Fish that pass, and the seed everything random is drawn from: the same options
-    /// give the same frames and the same truth, byte for byte.
+    /// give the same frames and the same truth, byte for byte (random numbers are drawn
+    /// without the standard distributions, so only the maths library can differ).
     int fish = 8;
     std::uint64_t seed = 1;
-    /// Shares of the fish that are faint, that cross another fish going the other way
-    /// (in pairs), and that are seen only briefly (they swim through the beams'
-    /// height in mid-fan, or are cut by the start or end of the recording).
+    /// Shares of the fish that are faint (about a third of the echo), that cross
+    /// another fish going the other way (in pairs, meeting in mid-fan), and that are
+    /// seen only briefly, for 0.6 to 2 s (they swim into and out of the beams' height
+    /// in mid-fan). Other fish cross the whole fan, within the recording where it is
+    /// long enough.
     double faintFraction = 0.2;
     double crossingFraction = 0.2;
     double briefFraction = 0.1;
@@ -95,6 +98,10 @@ struct TERNWICK_NEREON_SOURCES_EXPORT SyntheticFishPosition
  * window, true bearings), so the frames written by ArisWriter with
  * getWriterOptions() read back identical. Everything is drawn in metres and
  * degrees: a fish is as many beams wide as its size at its range makes it.
+ *
+ * Options out of range are brought into it (beams 1-4096, samples 1-16384, a
+ * positive window and frame rate); a window too far out for the frame's 65535 rows
+ * is moved nearer. getOptions() gives what is used.
  */
 class TERNWICK_NEREON_SOURCES_EXPORT SyntheticPassage
 {
@@ -128,8 +135,9 @@ public:
      * (direction "up" or "down", flags 0 or 1) and `positionsCsv` with
      * fish_id,frame,range_m,bearing_deg,visible. False, with `error` naming the file.
      */
-    static bool writeTruth(const QString& fishCsv, const QString& positionsCsv, const std::vector<SyntheticFish>& fish,
-        const std::vector<SyntheticFishPosition>& positions, QString* error = nullptr);
+    static bool writeTruth(const QString& fishCsv, const QString& positionsCsv,
+        const std::vector<SyntheticFish>& fish, const std::vector<SyntheticFishPosition>& positions,
+        QString* error = nullptr);
     /// writeTruth() of this passage.
     bool writeTruth(const QString& fishCsv, const QString& positionsCsv, QString* error = nullptr) const;
 

@@ -88,17 +88,20 @@ ArisWriter::~ArisWriter()
 bool ArisWriter::computeWindow(const ArisWriterOptions& options, Window& out, QString* error)
 {
     if (options.samplesPerBeam < 1 || options.samplesPerBeam > int(ArisFrameHeader::maximumSamplesPerBeam))
-        return refuse(error, QStringLiteral("%1 samples per beam (1 to %2 possible)")
-                                 .arg(options.samplesPerBeam)
-                                 .arg(ArisFrameHeader::maximumSamplesPerBeam));
+        return refuse(error,
+            QStringLiteral("%1 samples per beam (1 to %2 possible)")
+                .arg(options.samplesPerBeam)
+                .arg(ArisFrameHeader::maximumSamplesPerBeam));
     if (!(options.windowStart >= 0.0) || !(options.windowLength > 0.0) || !std::isfinite(options.windowStart)
         || !std::isfinite(options.windowLength))
-        return refuse(error, QStringLiteral("window from %1 m, %2 m long").arg(options.windowStart).arg(options.windowLength));
+        return refuse(error,
+            QStringLiteral("window from %1 m, %2 m long").arg(options.windowStart).arg(options.windowLength));
     const double spacing = options.windowLength / double(options.samplesPerBeam);
     const double period = std::max(1.0, std::round(2.0 * spacing / (nominalSoundSpeed * 1e-6)));
     const float soundSpeed = float(2.0 * spacing / (period * 1e-6));
     if (period > 1000.0 || soundSpeed < 1000.0f || soundSpeed > 2000.0f)
-        return refuse(error, QStringLiteral("a sample every %1 mm cannot be stored").arg(spacing * 1000.0, 0, 'f', 3));
+        return refuse(
+            error, QStringLiteral("a sample every %1 mm cannot be stored").arg(spacing * 1000.0, 0, 'f', 3));
 
     Window window;
     window.samplePeriod = std::uint32_t(period);
@@ -108,14 +111,16 @@ bool ArisWriter::computeWindow(const ArisWriterOptions& options, Window& out, QS
     window.spacing = double(window.samplePeriod) * metresPerMicrosecond;
     const double delay = std::round(options.windowStart / metresPerMicrosecond);
     if (delay > double(std::numeric_limits<std::uint32_t>::max()))
-        return refuse(error, QStringLiteral("window start of %1 m cannot be stored").arg(options.windowStart));
+        return refuse(
+            error, QStringLiteral("window start of %1 m cannot be stored").arg(options.windowStart));
     window.sampleStartDelay = std::uint32_t(delay);
     window.start = double(window.sampleStartDelay) * metresPerMicrosecond;
     const double padding = std::max(0.0, std::round(window.start / window.spacing - 0.5));
     if (padding + options.samplesPerBeam > double(std::numeric_limits<std::uint16_t>::max()))
-        return refuse(error, QStringLiteral("window from %1 m reaches beyond %2 rows")
-                                 .arg(options.windowStart, 0, 'f', 2)
-                                 .arg(std::numeric_limits<std::uint16_t>::max()));
+        return refuse(error,
+            QStringLiteral("window from %1 m reaches beyond %2 rows")
+                .arg(options.windowStart, 0, 'f', 2)
+                .arg(std::numeric_limits<std::uint16_t>::max()));
     window.firstSampleRow = int(padding);
     window.rows = window.firstSampleRow + options.samplesPerBeam;
     out = window;
@@ -219,12 +224,13 @@ bool ArisWriter::write(const SourceFrame& frame)
     const auto& image = frame.image;
     if (image.getWidth() != options.beams || frame.firstSampleRow < 0
         || image.getHeight() - frame.firstSampleRow != options.samplesPerBeam)
-        return fail(QStringLiteral("frame of %1 beams × %2 rows (%3 of padding) in a recording of %4 × %5 samples")
-                        .arg(image.getWidth())
-                        .arg(image.getHeight())
-                        .arg(frame.firstSampleRow)
-                        .arg(options.beams)
-                        .arg(options.samplesPerBeam));
+        return fail(
+            QStringLiteral("frame of %1 beams × %2 rows (%3 of padding) in a recording of %4 × %5 samples")
+                .arg(image.getWidth())
+                .arg(image.getHeight())
+                .arg(frame.firstSampleRow)
+                .arg(options.beams)
+                .arg(options.samplesPerBeam));
     const double gain = image.getGain();
     return write(image.getData().data() + std::size_t(frame.firstSampleRow) * std::size_t(options.beams),
         frame.timestamp, std::isfinite(gain) ? int(std::lround(gain)) : 0);
@@ -266,7 +272,8 @@ bool ArisWriter::write(const std::uint8_t* samples, std::int64_t timestamp, int 
     std::uint8_t* target = buffer.data() + headerSize;
     for (int k = 0; k < options.samplesPerBeam; ++k, target += beams, samples += beams)
         std::reverse_copy(samples, samples + beams, target);
-    if (file.write(reinterpret_cast<const char*>(buffer.data()), qint64(buffer.size())) != qint64(buffer.size()))
+    if (file.write(reinterpret_cast<const char*>(buffer.data()), qint64(buffer.size()))
+        != qint64(buffer.size()))
         return fail(file.errorString());
     ++framesWritten;
     return true;

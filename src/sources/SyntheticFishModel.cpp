@@ -17,8 +17,18 @@ constexpr double fadeSeconds = 0.25;
 // Half the body's width as a share of its length, seen from above.
 constexpr double bodyWidth = 0.08;
 
-template <typename T>
-void shuffle(std::vector<T>& values, SyntheticRandom& random)
+/// The unit vector of a fish's heading at `bearing` (radians): across the beams
+/// towards increasing bearings if `up`, turned by `tilt` (radians, positive away
+/// from the sonar when going up).
+void headingAcross(double bearing, double tilt, bool up, double& x, double& y)
+{
+    const double lateralX = std::cos(bearing), lateralY = -std::sin(bearing);
+    const double sign = up ? 1.0 : -1.0;
+    x = sign * (lateralX * std::cos(tilt) - lateralY * std::sin(tilt));
+    y = sign * (lateralX * std::sin(tilt) + lateralY * std::cos(tilt));
+}
+
+template <typename T> void shuffle(std::vector<T>& values, SyntheticRandom& random)
 {
     for (int i = int(values.size()) - 1; i > 0; --i)
         std::swap(values[std::size_t(i)], values[std::size_t(random.below(i + 1))]);
@@ -26,8 +36,8 @@ void shuffle(std::vector<T>& values, SyntheticRandom& random)
 
 } // namespace
 
-SyntheticFishModel::SyntheticFishModel(const SyntheticPassageOptions& options, const std::vector<double>& bearingsDeg,
-    double start, double end)
+SyntheticFishModel::SyntheticFishModel(
+    const SyntheticPassageOptions& options, const std::vector<double>& bearingsDeg, double start, double end)
     : bearings(bearingsDeg)
     , windowStart(start)
     , windowEnd(end)
@@ -52,7 +62,8 @@ SyntheticFishModel::SyntheticFishModel(const SyntheticPassageOptions& options, c
         nearest = windowStart + 0.3 * (windowEnd - windowStart);
         furthest = windowStart + 0.7 * (windowEnd - windowStart);
     }
-    const double minimumLength = std::max(0.01, std::min(options.minimumFishLength, options.maximumFishLength));
+    const double minimumLength
+        = std::max(0.01, std::min(options.minimumFishLength, options.maximumFishLength));
     const double maximumLength = std::max(minimumLength, options.maximumFishLength);
     const double minimumSpeed = std::max(0.01, std::min(options.minimumFishSpeed, options.maximumFishSpeed));
     const double maximumSpeed = std::max(minimumSpeed, options.maximumFishSpeed);
@@ -60,7 +71,8 @@ SyntheticFishModel::SyntheticFishModel(const SyntheticPassageOptions& options, c
     auto share = [count](double fraction) {
         return std::clamp(int(std::lround(std::clamp(fraction, 0.0, 1.0) * count)), 0, count);
     };
-    const int crossing = std::min(int(std::lround(std::clamp(options.crossingFraction, 0.0, 1.0) * count / 2.0)) * 2, count / 2 * 2);
+    const int crossing = std::min(
+        int(std::lround(std::clamp(options.crossingFraction, 0.0, 1.0) * count / 2.0)) * 2, count / 2 * 2);
     const int brief = std::min(share(options.briefFraction), count - crossing);
     const int faint = share(options.faintFraction);
 
@@ -92,8 +104,7 @@ SyntheticFishModel::SyntheticFishModel(const SyntheticPassageOptions& options, c
         f.speedMS = random.uniform(minimumSpeed, maximumSpeed);
         f.brief = n >= crossing && n < crossing + brief;
         const bool secondOfPair = n < crossing && n % 2 == 1;
-        for (int k = 0; k < faint; ++k)
-            f.faint = f.faint || faintOrder[std::size_t(k)] == id;
+        f.faint = std::find(faintOrder.begin(), faintOrder.begin() + faint, id) != faintOrder.begin() + faint;
         t.strength = f.faint ? random.uniform(0.28, 0.4) : random.uniform(0.85, 1.15);
         for (double& phase : t.texturePhase)
             phase = random.uniform();
@@ -107,13 +118,10 @@ SyntheticFishModel::SyntheticFishModel(const SyntheticPassageOptions& options, c
             t.x = other.x;
             t.y = other.y;
             t.time = other.time;
-            const double bearing = std::atan2(t.x, t.y);
-            // Lateral direction at that bearing, turned the other way and tilted apart.
-            const double tilt = (random.chance(0.5) ? 1.0 : -1.0) * random.uniform(10.0, 20.0) * degree;
-            const double lateralX = std::cos(bearing), lateralY = -std::sin(bearing);
-            const double sign = f.up ? 1.0 : -1.0;
-            t.headingX = sign * (lateralX * std::cos(tilt) - lateralY * std::sin(tilt));
-            t.headingY = sign * (lateralX * std::sin(tilt) + lateralY * std::cos(tilt));
+            // Tilted apart from the other's heading, so that their tracks make an X
+            // rather than run along one line.
+            t.tilt = other.tilt + (random.chance(0.5) ? 1.0 : -1.0) * random.uniform(15.0, 30.0) * degree;
+            headingAcross(std::atan2(t.x, t.y), t.tilt, f.up, t.headingX, t.headingY);
             continue;
         }
 
@@ -122,11 +130,8 @@ SyntheticFishModel::SyntheticFishModel(const SyntheticPassageOptions& options, c
         const double bearing = (left + right) / 2.0 * degree + random.uniform(-0.25, 0.25) * span;
         t.x = range * std::sin(bearing);
         t.y = range * std::cos(bearing);
-        const double tilt = random.uniform(-25.0, 25.0) * degree;
-        const double lateralX = std::cos(bearing), lateralY = -std::sin(bearing);
-        const double sign = f.up ? 1.0 : -1.0;
-        t.headingX = sign * (lateralX * std::cos(tilt) - lateralY * std::sin(tilt));
-        t.headingY = sign * (lateralX * std::sin(tilt) + lateralY * std::cos(tilt));
+        t.tilt = random.uniform(-25.0, 25.0) * degree;
+        headingAcross(bearing, t.tilt, f.up, t.headingX, t.headingY);
 
         const int slot = events > 0 ? eventSlots[std::size_t(event++)] : 0;
         const double slotLength = duration / double(std::max(1, events));
@@ -136,10 +141,11 @@ SyntheticFishModel::SyntheticFishModel(const SyntheticPassageOptions& options, c
             t.appearFrom = t.time - seen / 2.0;
             t.appearUntil = t.time + seen / 2.0;
         } else {
-            // The whole crossing inside the passage, where it fits.
-            const double half = range * span / f.speedMS;
-            if (2.0 * half < duration)
-                t.time = std::clamp(t.time, half, duration - half);
+            // The whole crossing inside the passage, where it fits: from its centre a
+            // fish reaches either side of the fan in at most this long.
+            const double toSide = 0.8 * range * span / f.speedMS;
+            if (2.0 * toSide < duration)
+                t.time = std::clamp(t.time, toSide, duration - toSide);
         }
     }
 
@@ -168,7 +174,8 @@ double SyntheticFishModel::visibility(const Track& track, double seconds) const
 {
     if (seconds <= track.appearFrom || seconds >= track.appearUntil)
         return 0.0;
-    return std::min({ 1.0, (seconds - track.appearFrom) / fadeSeconds, (track.appearUntil - seconds) / fadeSeconds });
+    return std::min(
+        { 1.0, (seconds - track.appearFrom) / fadeSeconds, (track.appearUntil - seconds) / fadeSeconds });
 }
 
 SyntheticFishPosition SyntheticFishModel::getPosition(int id, double seconds) const
@@ -182,12 +189,14 @@ SyntheticFishPosition SyntheticFishModel::getPosition(int id, double seconds) co
     centreAt(track, seconds, x, y);
     position.rangeM = std::hypot(x, y);
     position.bearingDeg = std::atan2(x, y) / degree;
-    position.visible = visibility(track, seconds) > 0.0 && !bearings.empty() && position.bearingDeg >= bearings.front()
-        && position.bearingDeg <= bearings.back() && position.rangeM >= windowStart && position.rangeM <= windowEnd;
+    position.visible = visibility(track, seconds) > 0.0 && !bearings.empty()
+        && position.bearingDeg >= bearings.front() && position.bearingDeg <= bearings.back()
+        && position.rangeM >= windowStart && position.rangeM <= windowEnd;
     return position;
 }
 
-void SyntheticFishModel::addEchoes(double seconds, float* echo, int rows, double firstRange, double spacing) const
+void SyntheticFishModel::addEchoes(
+    double seconds, float* echo, int rows, double firstRange, double spacing) const
 {
     const int beams = int(bearings.size());
     if (beams == 0 || rows <= 0 || !(spacing > 0.0))
@@ -205,7 +214,8 @@ void SyntheticFishModel::addEchoes(double seconds, float* echo, int rows, double
         const double beamSigma = range * beamSpacing * 0.5;
         const double sigma = std::sqrt(std::pow(bodyWidth * fish[n].lengthM, 2) + beamSigma * beamSigma);
         const double reach = halfLength + beamSigma;
-        const double strength = track.strength * fade * std::clamp(std::pow(8.0 / std::max(range, 0.5), 0.3), 0.7, 1.3);
+        const double strength
+            = track.strength * fade * std::clamp(std::pow(8.0 / std::max(range, 0.5), 0.3), 0.7, 1.3);
 
         // The rows and beams the body can touch.
         const double margin = 3.0 * sigma + reach;
@@ -219,8 +229,10 @@ void SyntheticFishModel::addEchoes(double seconds, float* echo, int rows, double
         const double rightmost = std::max(std::atan2(x1, y0), std::atan2(x1, y1)) / degree;
         const int firstRow = std::max(0, int(std::floor((near - firstRange) / spacing)));
         const int lastRow = std::min(rows - 1, int(std::ceil((far - firstRange) / spacing)));
-        const int firstBeam = int(std::lower_bound(bearings.begin(), bearings.end(), leftmost) - bearings.begin());
-        const int lastBeam = int(std::upper_bound(bearings.begin(), bearings.end(), rightmost) - bearings.begin()) - 1;
+        const int firstBeam
+            = int(std::lower_bound(bearings.begin(), bearings.end(), leftmost) - bearings.begin());
+        const int lastBeam
+            = int(std::upper_bound(bearings.begin(), bearings.end(), rightmost) - bearings.begin()) - 1;
         if (firstRow > lastRow || firstBeam > lastBeam)
             continue;
 
@@ -240,8 +252,10 @@ void SyntheticFishModel::addEchoes(double seconds, float* echo, int rows, double
                 // Faint at head and tail, a texture of the fish's own along the body.
                 const double body = std::pow(1.0 - u * u, 0.6);
                 const double texture = 1.0 + 0.18 * std::sin(2.0 * pi * (1.3 * u + phase[0]))
-                    + 0.1 * std::sin(2.0 * pi * (3.1 * u + phase[1])) + 0.06 * std::sin(2.0 * pi * (6.7 * u + phase[2]));
-                line[beam] += float(strength * body * texture * std::exp(-across * across * inverseTwoSigmaSquared));
+                    + 0.1 * std::sin(2.0 * pi * (3.1 * u + phase[1]))
+                    + 0.06 * std::sin(2.0 * pi * (6.7 * u + phase[2]));
+                line[beam]
+                    += float(strength * body * texture * std::exp(-across * across * inverseTwoSigmaSquared));
             }
         }
     }

@@ -31,8 +31,9 @@ double valueNoise(double x, double y, std::uint64_t seed)
 {
     const double fx = std::floor(x), fy = std::floor(y);
     const auto corner = [seed](double cx, double cy) {
-        const std::uint64_t h = SyntheticRandom::mix(
-            seed ^ SyntheticRandom::mix(std::uint64_t(std::int64_t(cx)) * 0x9e3779b97f4a7c15ull + std::uint64_t(std::int64_t(cy))));
+        const std::uint64_t h = SyntheticRandom::mix(seed
+            ^ SyntheticRandom::mix(
+                std::uint64_t(std::int64_t(cx)) * 0x9e3779b97f4a7c15ull + std::uint64_t(std::int64_t(cy))));
         return double(h >> 11) * (2.0 / 9007199254740992.0) - 1.0;
     };
     const double tx = x - fx, ty = y - fy;
@@ -104,9 +105,11 @@ SyntheticPassage::SyntheticPassage(const SyntheticPassageOptions& requested)
     if (!ArisWriter::computeWindow(writerOptions, d->window)) {
         ArisWriter::Window& w = d->window;
         w.spacing = o.windowLength / double(o.samples);
-        w.start = std::min(o.windowStart, double(std::numeric_limits<std::uint16_t>::max() - o.samples - 1) * w.spacing);
+        w.start = std::min(
+            o.windowStart, double(std::numeric_limits<std::uint16_t>::max() - o.samples - 1) * w.spacing);
         w.firstSampleRow = int(std::max(0.0, std::round(w.start / w.spacing - 0.5)));
         w.rows = w.firstSampleRow + o.samples;
+        o.windowStart = w.start;
     }
     d->bearings = ArisWriter::getBearings(writerOptions);
     if (d->bearings.empty()) {
@@ -172,27 +175,36 @@ SyntheticPassage::SyntheticPassage(const SyntheticPassageOptions& requested)
     d->bed.resize(std::size_t(o.samples) * std::size_t(beams));
     for (int k = 0; k < o.samples; ++k) {
         const double r = w.start + double(k) * w.spacing;
-        const double level = 190.0 - 85.0 * std::log10(std::max(r, 0.5));
+        // As recordings of river beds fall off: about 150 at 2 m, 70 at 17 m.
+        const double level = 175.0 - 85.0 * std::log10(std::max(r, 0.5));
         for (int beam = 0; beam < beams; ++beam) {
             const double theta = bearingsDeg[std::size_t(beam)] * degree;
             const double x = r * std::sin(theta), y = r * std::cos(theta);
-            double value = level + 8.0 * valueNoise(x / 0.6, y / 0.6, textureSeed)
-                + 10.0 * valueNoise(x / 2.5, y / 2.5, textureSeed + 1);
+            const double fine = valueNoise(x / 0.6, y / 0.6, textureSeed);
+            double value = level + 8.0 * fine + 10.0 * valueNoise(x / 2.5, y / 2.5, textureSeed + 1);
             double shade = 1.0;
             for (const Rock& rock : rocks) {
                 const double angle = std::asin(std::min(1.0, rock.radius / rock.range));
-                const double dx = x - rock.range * std::sin(rock.bearing), dy = y - rock.range * std::cos(rock.bearing);
+                const double dx = x - rock.range * std::sin(rock.bearing),
+                             dy = y - rock.range * std::cos(rock.bearing);
                 const double distance = std::hypot(dx, dy);
                 if (distance < rock.radius)
-                    value += rock.brightness * std::sqrt(1.0 - (distance / rock.radius) * (distance / rock.radius));
+                    value += rock.brightness
+                        * std::sqrt(1.0 - (distance / rock.radius) * (distance / rock.radius))
+                        * (0.8 + 0.4 * valueNoise(x / 0.15, y / 0.15, textureSeed + 2)) * (1.0 + 0.25 * fine);
                 else if (std::abs(theta - rock.bearing) < 0.9 * angle && r > rock.range
                     && r < rock.range + rock.shadowLength)
                     // The shadow lightens towards its end, where the bed rises into view.
-                    shade = std::min(shade, 1.0 - rock.shadowDepth * std::min(1.0, 3.0 * (rock.range + rock.shadowLength - r) / rock.shadowLength));
+                    shade = std::min(shade,
+                        1.0
+                            - rock.shadowDepth
+                                * std::min(
+                                    1.0, 3.0 * (rock.range + rock.shadowLength - r) / rock.shadowLength));
             }
             if (o.structure && theta >= logFrom * degree && theta <= logTo * degree) {
                 // The log's range on this beam, slightly askew across the fan.
-                const double logAt = logRange * (1.0 + logTilt * (theta / degree - logFrom) / (logTo - logFrom));
+                const double logAt
+                    = logRange * (1.0 + logTilt * (theta / degree - logFrom) / (logTo - logFrom));
                 const double off = r - logAt;
                 value += 55.0 * std::exp(-off * off / (2.0 * 0.08 * 0.08));
                 if (off > 0.15 && off < 1.6)
@@ -301,7 +313,8 @@ bool SyntheticPassage::writeTruth(const QString& fishCsv, const QString& positio
 }
 
 bool SyntheticPassage::writeTruth(const QString& fishCsv, const QString& positionsCsv,
-    const std::vector<SyntheticFish>& fish, const std::vector<SyntheticFishPosition>& positions, QString* error)
+    const std::vector<SyntheticFish>& fish, const std::vector<SyntheticFishPosition>& positions,
+    QString* error)
 {
     const auto save = [error](const QString& path, const QByteArray& text) {
         QSaveFile file(path);

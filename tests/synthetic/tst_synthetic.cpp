@@ -20,6 +20,8 @@ class TestSynthetic : public QObject
 private slots:
     void writerRoundTrip_data();
     void writerRoundTrip();
+    void writerRefuses_data();
+    void writerRefuses();
     void deterministicPerSeed();
     void truthMatchesPicture();
     void commandLine_data();
@@ -70,6 +72,10 @@ void TestSynthetic::writerRoundTrip()
         QVERIFY2(writer.write(frame), qPrintable(writer.getErrorString()));
         written.push_back(frame);
     }
+    // A frame of another size would make the file unreadable from there on.
+    options.samples += 1;
+    QVERIFY(SyntheticPassage(options).renderFrame(0, frame));
+    QVERIFY(!writer.write(frame));
     QVERIFY(writer.close());
 
     ArisReader reader;
@@ -95,6 +101,35 @@ void TestSynthetic::writerRoundTrip()
         QVERIFY(frame.image.getData() == expected.image.getData());
     }
     QCOMPARE(reader.getTimestamp(3) - reader.getTimestamp(0), std::int64_t(400000));
+}
+
+void TestSynthetic::writerRefuses_data()
+{
+    QTest::addColumn<int>("beams");
+    QTest::addColumn<bool>("telephoto");
+    QTest::addColumn<int>("samples");
+    QTest::addColumn<double>("windowStart");
+    QTest::newRow("beams of no sonar") << 50 << false << 1000 << 2.0;
+    QTest::newRow("ARIS 3000 telephoto") << 128 << true << 1000 << 2.0;
+    QTest::newRow("samples beyond the format") << 48 << false << 9000 << 2.0;
+    QTest::newRow("window before the sonar") << 48 << false << 1000 << -1.0;
+}
+
+void TestSynthetic::writerRefuses()
+{
+    QFETCH(int, beams);
+    QFETCH(bool, telephoto);
+    QFETCH(int, samples);
+    QFETCH(double, windowStart);
+    ArisWriterOptions options;
+    options.beams = beams;
+    options.telephoto = telephoto;
+    options.samplesPerBeam = samples;
+    options.windowStart = windowStart;
+    ArisWriter writer;
+    QVERIFY(!writer.open(folder.filePath(QStringLiteral("refused.aris")), options));
+    QVERIFY(writer.getErrorString().contains(QStringLiteral("refused.aris")));
+    QVERIFY(!writer.isOpen());
 }
 
 void TestSynthetic::deterministicPerSeed()
@@ -165,7 +200,8 @@ void TestSynthetic::truthMatchesPicture()
             QCOMPARE(last.bearingDeg > first.bearingDeg, f.up);
             const double metres = std::hypot(last.rangeM * std::sin(last.bearingDeg * M_PI / 180)
                     - first.rangeM * std::sin(first.bearingDeg * M_PI / 180),
-                last.rangeM * std::cos(last.bearingDeg * M_PI / 180) - first.rangeM * std::cos(first.bearingDeg * M_PI / 180));
+                last.rangeM * std::cos(last.bearingDeg * M_PI / 180)
+                    - first.rangeM * std::cos(first.bearingDeg * M_PI / 180));
             QVERIFY(std::abs(metres / ((f.lastFrame - f.firstFrame) / options.frameRate) - f.speedMS) < 1e-6);
         }
 
@@ -179,7 +215,8 @@ void TestSynthetic::truthMatchesPicture()
                 const SyntheticFishPosition o = at(g.id, frame);
                 const double ob = o.bearingDeg * M_PI / 180.0;
                 alone = alone
-                    && (g.id == f.id || std::hypot(o.rangeM * std::sin(ob) - x, o.rangeM * std::cos(ob) - y) > 3.0);
+                    && (g.id == f.id
+                        || std::hypot(o.rangeM * std::sin(ob) - x, o.rangeM * std::cos(ob) - y) > 3.0);
             }
             // Whole fish only: away from the fan's sides.
             const auto& bearings = passage.getBearings();
@@ -195,7 +232,8 @@ void TestSynthetic::truthMatchesPicture()
                 const double range = withFish.windowStart + (row - withFish.firstSampleRow) * spacing;
                 for (int column = 0; column < width; ++column) {
                     const std::size_t i = std::size_t(row) * std::size_t(width) + std::size_t(column);
-                    const double added = double(withFish.image.getData()[i]) - double(without.image.getData()[i]);
+                    const double added
+                        = double(withFish.image.getData()[i]) - double(without.image.getData()[i]);
                     if (added <= 0.0)
                         continue;
                     const double bearing = bearings[std::size_t(column)] / 100.0 * M_PI / 180.0;
@@ -210,7 +248,10 @@ void TestSynthetic::truthMatchesPicture()
             QVERIFY(weight > 0.0);
             const double off = std::hypot(sumX / weight - x, sumY / weight - y);
             QVERIFY2(off < 0.08 + 0.1 * f.lengthM,
-                qPrintable(QStringLiteral("fish %1 in frame %2: echo %3 m from its truth").arg(f.id).arg(frame).arg(off)));
+                qPrintable(QStringLiteral("fish %1 in frame %2: echo %3 m from its truth")
+                               .arg(f.id)
+                               .arg(frame)
+                               .arg(off)));
             ++checked;
         }
     }
@@ -226,7 +267,8 @@ void TestSynthetic::commandLine_data()
     QTest::newRow("beams of no sonar") << QStringList { "x.aris", "--beams", "50" } << 2;
     QTest::newRow("frames not a number") << QStringList { "x.aris", "--frames", "many" } << 2;
     QTest::newRow("unknown option") << QStringList { "x.aris", "--colour" } << 2;
-    QTest::newRow("window too fine") << QStringList { "x.aris", "--samples", "8000", "--window-length", "0.5" } << 2;
+    QTest::newRow("window too fine") << QStringList { "x.aris", "--samples", "8000", "--window-length",
+        "0.5" } << 2;
 }
 
 void TestSynthetic::commandLine()
@@ -254,8 +296,8 @@ void TestSynthetic::commandLineTruth()
     const QString path = folder.filePath(QStringLiteral("small.aris"));
     const QString prefix = folder.filePath(QStringLiteral("small"));
     program.start(QStringLiteral(NEREON_MAKE_ARIS),
-        { path, "--frames", "30", "--beams", "96", "--samples", "400", "--fish", "5", "--seed", "3", "--window-start",
-            "1.5", "--window-length", "12", "--frame-rate", "12", "--truth", prefix });
+        { path, "--frames", "30", "--beams", "96", "--samples", "400", "--fish", "5", "--seed", "3",
+            "--window-start", "1.5", "--window-length", "12", "--frame-rate", "12", "--truth", prefix });
     QVERIFY(program.waitForFinished(30000));
     QVERIFY2(program.exitCode() == 0, program.readAllStandardError().constData());
 
@@ -269,11 +311,13 @@ void TestSynthetic::commandLineTruth()
 
     const auto lines = [](const QString& file) {
         QFile f(file);
-        return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll()).split('\n', Qt::SkipEmptyParts) : QStringList();
+        return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll()).split('\n', Qt::SkipEmptyParts)
+                                           : QStringList();
     };
     const QStringList fish = lines(prefix + "-fish.csv");
     QCOMPARE(fish.size(), 1 + 5);
-    QCOMPARE(fish.first(), QStringLiteral("fish_id,first_frame,last_frame,direction,length_m,speed_m_s,faint,brief"));
+    QCOMPARE(fish.first(),
+        QStringLiteral("fish_id,first_frame,last_frame,direction,length_m,speed_m_s,faint,brief"));
     QVERIFY(fish[1].contains(",up,") || fish[1].contains(",down,"));
     const QStringList positions = lines(prefix + "-positions.csv");
     QCOMPARE(positions.size(), 1 + 30 * 5);
