@@ -2,6 +2,7 @@
 
 #include "TernwickNereonVisualisationExport.h"
 
+#include <QColor>
 #include <QPointF>
 
 #include <memory>
@@ -57,6 +58,12 @@ public:
     static void setLabelMargin(FanDisplay* display, bool enabled);
     /// Whether the fan is fitted to keep its range labels inside the widget; false for a null display.
     static bool hasLabelMargin(FanDisplay* display);
+
+    /// Colours the outline of the magnifier's region on the display (green by default,
+    /// which is hard to see on the blue palettes). An invalid colour restores green.
+    static void setMagnifierOutlineColour(FanDisplay* display, const QColor& colour);
+    /// The colour of the magnifier's outline (green for a null display).
+    static QColor getMagnifierOutlineColour(FanDisplay* display);
 
     /**
      * The display's conversions between the fan (metres, degrees) and its widget pixels as of

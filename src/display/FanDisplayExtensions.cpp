@@ -103,6 +103,19 @@ bool FanDisplayExtensions::hasLabelMargin(FanDisplay* display)
     return display && FanDisplayHooks::of(*display).labelMargin;
 }
 
+void FanDisplayExtensions::setMagnifierOutlineColour(FanDisplay* display, const QColor& colour)
+{
+    if (!display)
+        return;
+    FanDisplayHooks::outlineOf(*display).setColour(colour.isValid() ? colour : QColor(0, 128, 0));
+    display->update();
+}
+
+QColor FanDisplayExtensions::getMagnifierOutlineColour(FanDisplay* display)
+{
+    return display ? FanDisplayHooks::outlineOf(*display).getColour() : QColor(0, 128, 0);
+}
+
 std::unique_ptr<FanOverlayContext> FanDisplayExtensions::contextFor(FanDisplay* display)
 {
     if (!display)

@@ -89,6 +89,11 @@ FanDisplayHooks& FanDisplayHooks::of(FanDisplay& display)
     return display.d->hooks;
 }
 
+ZoomDisplayOutline& FanDisplayHooks::outlineOf(FanDisplay& display)
+{
+    return display.d->zoomDisplayOutline;
+}
+
 std::unique_ptr<FanOverlayContext> FanDisplayHooks::makeContext(GUI::Widgets::Bases::OpenGLWidget& widget,
     GUI::Widgets::Bases::OpenGLWidgetPainter* painter, bool magnifier)
 {

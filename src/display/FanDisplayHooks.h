@@ -28,6 +28,8 @@ class FanOverlayContext;
 class MeasuringToolBase;
 class ZoomDisplay;
 
+class ZoomDisplayOutline;
+
 /**
  * What applications attach to a FanDisplay (overlays, measurement listeners,
  * measuring on the magnifier), held in its private record. Empty, it costs a
@@ -43,6 +45,8 @@ public:
 
     /// The hooks of a display (they live in its private record).
     static FanDisplayHooks& of(FanDisplay& display);
+    /// The outline a display draws around its magnifier's region.
+    static ZoomDisplayOutline& outlineOf(FanDisplay& display);
 
     std::unique_ptr<FanOverlayContext> makeContext(GUI::Widgets::Bases::OpenGLWidget& widget,
         GUI::Widgets::Bases::OpenGLWidgetPainter* painter, bool magnifier);

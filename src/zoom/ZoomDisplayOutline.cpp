@@ -107,7 +107,7 @@ void ZoomDisplayOutline::draw(GUI::Widgets::Bases::OpenGLWidgetPainter& painter)
         vertices.push_back(static_cast<float>(fanPoint.x()));
         vertices.push_back(static_cast<float>(fanPoint.y()));
     }
-    painter.drawLines(vertices, 1, QColor(QStringLiteral("green")), false, true, true);
+    painter.drawLines(vertices, 1, colour, false, true, true);
 }
 
 } // namespace Halcyra::Nereon::Visualisation

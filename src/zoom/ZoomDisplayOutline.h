@@ -2,6 +2,7 @@
 
 #include <QMatrix4x4>
 #include <QPointF>
+#include <QColor>
 #include <QPointer>
 
 namespace Halcyra::GUI::Widgets::Bases {
@@ -38,8 +39,12 @@ public:
     /// (the identity once the magnifier is gone).
     QMatrix4x4 getRotationlessProjection() const;
     void draw(GUI::Widgets::Bases::OpenGLWidgetPainter& painter);
+    /// The outline's colour: green unless an application chose another.
+    void setColour(const QColor& newColour) { colour = newColour; }
+    QColor getColour() const { return colour; }
 
 private:
+    QColor colour = QColor(0, 128, 0);
     QPointer<ZoomDisplay> zoomDisplay;
     bool beingDragged = false;
     QPointF dragStart;

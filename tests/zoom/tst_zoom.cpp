@@ -1,4 +1,5 @@
 #include "FanDisplay.h"
+#include "FanDisplayExtensions.h"
 #include "FanView.h"
 #include "GlTestSupport.h"
 #include "TestFrames.h"
@@ -15,6 +16,7 @@
 #include <QtTest>
 
 #include <cmath>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -194,19 +196,32 @@ private slots:
         // Apex at the bottom centre; the bottom corners lie 90 degrees off the centre line.
         NEREON_VERIFY_PIXEL(f.zoom->grabFramebuffer(), QPoint(3, 196), QColor(77, 77, 77), 3);
 
-        // On the fan display the region, fan x -0.25 to 0.25 and y 0 to 0.5, is outlined in green.
-        const QImage fan = f.display->grabFramebuffer();
-        for (const QPointF& edge : { QPointF(-0.25, 0.25), QPointF(0, 0.5) }) {
-            const QPointF clip = f.display->getCurrentProjection().map(edge);
-            bool green = false;
-            for (int i = 0; i < 9; ++i) {
-                const QColor c = fan.pixelColor(
-                    QPoint((clip.x() + 1) * 150 + i % 3 - 1, (1 - clip.y()) * 100 + i / 3 - 1));
-                green = green || (c.green() - c.red() > 80 && c.blue() < 60); // not the fan's yellow-green
+        // On the fan display the region, fan x -0.25 to 0.25 and y 0 to 0.5, is outlined in green,
+        // or in the colour an application chose (magenta here: none of the palette's colours).
+        const auto outlined = [&](const std::function<bool(const QColor&)>& isOutline, const char* name) {
+            const QImage fan = f.display->grabFramebuffer();
+            for (const QPointF& edge : { QPointF(-0.25, 0.25), QPointF(0, 0.5) }) {
+                const QPointF clip = f.display->getCurrentProjection().map(edge);
+                bool found = false;
+                for (int i = 0; i < 9; ++i)
+                    found = found || isOutline(fan.pixelColor(
+                        QPoint((clip.x() + 1) * 150 + i % 3 - 1, (1 - clip.y()) * 100 + i / 3 - 1)));
+                if (!found)
+                    return TestSupport::saveFailurePicture(fan, QString::fromLatin1(name));
             }
-            if (!green)
-                QFAIL(qPrintable(TestSupport::saveFailurePicture(fan, QStringLiteral("outline"))));
-        }
+            return QString();
+        };
+        const auto isGreen = [](const QColor& c) { return c.green() - c.red() > 80 && c.blue() < 60; };
+        const auto isMagenta = [](const QColor& c) { return c.red() - c.green() > 80 && c.blue() - c.green() > 80; };
+        QString failure = outlined(isGreen, "outline"); // not the fan's yellow-green
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
+        FanDisplayExtensions::setMagnifierOutlineColour(f.display.get(), QColor(255, 0, 255));
+        failure = outlined(isMagenta, "outline-coloured");
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
+        FanDisplayExtensions::setMagnifierOutlineColour(f.display.get(), QColor());
+        QCOMPARE(FanDisplayExtensions::getMagnifierOutlineColour(f.display.get()), QColor(0, 128, 0));
+        failure = outlined(isGreen, "outline-restored");
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
 
         // Dragging the outline moves the region by the pointer's travel; returning restores it.
         ZoomDisplayOutline outline(f.zoom);
