@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # nereon-count from the command line on generated recordings: the CSV files and
 # the summary, a cut recording, two jobs, the settings file, and the exit statuses.
-# Usage: count-command-line.sh <nereon-count> <nereon-make-aris>
+# Usage: count-command-line.sh <nereon-count> <nereon-make-aris> [real recordings folder]
 set -uo pipefail
 count=$1
 make_aris=$2
@@ -78,5 +78,19 @@ expect 0 "" in/a.aris --settings count.ini --min-length 0.25 --out small
 cmp -s "$work/small/a.fish.csv" "$work/out/a.fish.csv" || fail "--min-length did not win over the settings"
 
 expect 1 "missing.aris" missing.aris --out gone
+
+# Real recordings, where we have them: each is counted to its end without a crash.
+real=${3:-}
+if [ -n "$real" ] && [ -d "$real" ]; then
+    real=$(cd "$real" && pwd)
+    while IFS= read -r -d '' recording; do
+        name=$(basename "$recording" .aris)
+        expect 0 "" "$recording" --out real
+        [ -s "$work/real/$name.fish.csv" ] || fail "$recording: no fish.csv"
+        grep -q "$name" "$work/real/summary.csv" || fail "$recording: not in the summary"
+    done < <(find "$real" -name '*.aris' -print0)
+else
+    echo "count command line: no real recordings at '${real}', skipped them"
+fi
 [ "$failures" = 0 ] && echo "count command line: all passed"
 exit "$failures"
