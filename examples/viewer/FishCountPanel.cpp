@@ -30,7 +30,6 @@ namespace {
 constexpr int mostFramesWaiting = 30;
 
 const QColor fishColour(255, 220, 0);
-const QColor tentativeColour(170, 170, 170);
 const QColor lineColour(0, 220, 255);
 
 QString utc(std::int64_t microseconds)
@@ -63,7 +62,6 @@ FishCountPanel::FishCountPanel(Halcyra::Nereon::Visualisation::FanDisplay* fanDi
     : QWidget(parent)
     , display(fanDisplay)
     , marks(std::make_unique<FanAnnotations>())
-    , inFlight(std::make_shared<std::atomic<int>>(0))
 {
     countBox = new QCheckBox(tr("Count fish"));
     countBox->setObjectName("countFishBox");
@@ -86,6 +84,29 @@ FishCountPanel::FishCountPanel(Halcyra::Nereon::Visualisation::FanDisplay* fanDi
     form->addRow(tr("Last fish"), lengthLabel);
     form->addRow(exportButton);
 
+    thread.setObjectName("fish counter");
+    thread.start();
+    setOptions(options);
+
+    connect(countBox, &QCheckBox::toggled, this, &FishCountPanel::setCounting);
+    connect(exportButton, &QPushButton::clicked, this, &FishCountPanel::chooseExportFolder);
+}
+
+FishCountPanel::~FishCountPanel()
+{
+    thread.quit();
+    thread.wait();
+}
+
+void FishCountPanel::setOptions(const CountOptions& countOptions)
+{
+    options = countOptions;
+    if (counter) {
+        // Whatever it was still given is dropped with it.
+        counter->disconnect(this);
+        QMetaObject::invokeMethod(counter, &QObject::deleteLater);
+    }
+    inFlight = std::make_shared<std::atomic<int>>(0);
     counter = new LiveFishCounter(options);
     counter->moveToThread(&thread);
     connect(&thread, &QThread::finished, counter, &QObject::deleteLater);
@@ -115,17 +136,7 @@ FishCountPanel::FishCountPanel(Halcyra::Nereon::Visualisation::FanDisplay* fanDi
         downstream = down;
         showCounts();
     });
-    thread.setObjectName("fish counter");
-    thread.start();
-
-    connect(countBox, &QCheckBox::toggled, this, &FishCountPanel::setCounting);
-    connect(exportButton, &QPushButton::clicked, this, &FishCountPanel::chooseExportFolder);
-}
-
-FishCountPanel::~FishCountPanel()
-{
-    thread.quit();
-    thread.wait();
+    restart();
 }
 
 void FishCountPanel::setCounting(bool on)
@@ -187,11 +198,13 @@ void FishCountPanel::showTracks(const std::vector<LiveTrack>& tracks)
     if (options.countLineBearingDeg)
         marks->add(FanAnnotations::Mark::countLine(*options.countLineBearingDeg, lineColour, tr("count line")));
     for (const LiveTrack& track : tracks) {
-        const QColor colour = track.confirmed ? fishColour : tentativeColour;
+        // Tentative tracks are mostly speckle that lines up for a frame or two: not worth the clutter.
+        if (!track.confirmed)
+            continue;
+        const QColor colour = fishColour;
         const double halfRange = std::max(track.extentRangeM, 0.1) / 2.0;
         const double halfBearing = std::max(track.extentBearingDeg, 0.5) / 2.0;
-        const QString label
-            = track.confirmed ? QStringLiteral("%1 \u00b7 %2 m").arg(track.id).arg(track.lengthM, 0, 'f', 2) : QString();
+        const QString label = QStringLiteral("%1 \u00b7 %2 m").arg(track.id).arg(track.lengthM, 0, 'f', 2);
         marks->add(FanAnnotations::Mark::box(track.rangeM - halfRange, track.rangeM + halfRange,
             track.bearingDeg - halfBearing, track.bearingDeg + halfBearing, colour, label));
         if (track.trail.size() > 1) {
@@ -202,7 +215,7 @@ void FishCountPanel::showTracks(const std::vector<LiveTrack>& tracks)
             line.width = 1;
             marks->add(line);
         }
-        if (track.confirmed && track.id > 0)
+        if (track.id > 0)
             points.push_back({ track.id, lastFrame, lastTime, track.rangeM, track.bearingDeg, track.lengthM, true });
     }
     if (display)

@@ -41,6 +41,9 @@ public:
     /// Stops the counting thread.
     ~FishCountPanel() override;
 
+    /// Counts with these options from now on, starting afresh.
+    void setOptions(const Halcyra::Nereon::Analysis::CountOptions& options);
+    const Halcyra::Nereon::Analysis::CountOptions& getOptions() const { return options; }
     void setCounting(bool on);
     bool isCounting() const;
     /// Hands a frame to the counter (unfiltered: it keeps its own background). Frames come

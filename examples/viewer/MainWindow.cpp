@@ -193,6 +193,9 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
         resize(options.windowSize);
     else if (!options.useSavedSettings || QSettings().value("window/geometry").isNull())
         fitToScreen();
+    // Tall enough to tell echoes apart, short enough to leave the fan most of the height.
+    if (options.echogram)
+        resizeDocks({ echogramDock }, { 170 }, Qt::Vertical);
     useSource(SourceStatus::Source::Simulated);
 
     startSonar();
@@ -420,6 +423,8 @@ void MainWindow::connectControls()
         if (recordingPanel->isReplaying()) {
             learnFromReplay();
             loadEchogram();
+            // A paused replay shows its frame again, as it is now to be seen.
+            recordingPanel->seekToFrame(recordingPanel->getShownFrame());
         } else {
             // Columns of both kinds side by side would mislead.
             echogram->clear();
@@ -719,8 +724,10 @@ void MainWindow::applyCommandLine(const ViewerOptions& commandLine)
     if (commandLine.movingTargets)
         movingTargetsBox->setChecked(true);
     movingTargets.setEnabled(movingTargetsBox->isChecked());
-    if (commandLine.countFish)
+    if (commandLine.countFish) {
         fishPanel->setCounting(true);
+        fishDock->raise();
+    }
     if (commandLine.simulatedFish)
         fishBox->setChecked(true);
 
@@ -975,7 +982,14 @@ void MainWindow::useSource(SourceStatus::Source source)
     status.setSource(source);
     // A new source has another background and other fish.
     movingTargets.reset();
-    fishPanel->restart();
+    Halcyra::Nereon::Analysis::CountOptions counting;
+    if (simulated) {
+        // The simulated sonar draws fresh, fully developed speckle on every ping, harsher than a real
+        // sonar's: only echoes well above it are fish.
+        counting.thresholdDifference = 40;
+        counting.thresholdSpreadFactor = 5.0;
+    }
+    fishPanel->setOptions(counting);
     lastCountedFrame = -1;
     if (simulated)
         status.setPaused(!pingingBox->isChecked());

@@ -57,6 +57,8 @@ public:
     /// Ends the replay; the viewer goes back to its live source.
     void returnToLive();
     bool isReplaying() const { return replaying; }
+    /// The frame of the replay shown last (zero-based), -1 before the first.
+    int getShownFrame() const { return shownFrame; }
     /// Shows frame `frame` (zero-based) of the replay; nothing when not replaying.
     void seekToFrame(int frame);
     /// When the frame last replayed was taken, microseconds since 1970 UTC; 0 if unknown.
