@@ -724,6 +724,8 @@ void MainWindow::applyCommandLine(const ViewerOptions& commandLine)
     if (commandLine.movingTargets)
         movingTargetsBox->setChecked(true);
     movingTargets.setEnabled(movingTargetsBox->isChecked());
+    if (!commandLine.measurementsPath.isEmpty())
+        measurementsDock->raise();
     if (commandLine.countFish) {
         fishPanel->setCounting(true);
         fishDock->raise();
@@ -1206,6 +1208,22 @@ void MainWindow::createAnalysisDocks()
     measurementLog->attach(display);
     // Fish are measured where they are large: the magnifier's measurements are logged too.
     FanDisplayExtensions::setMagnifierMeasuring(display, true);
+    // The magnifier's ruler lies over it and takes its drags: what it measures is logged as the magnifier's.
+    connect(ruler, &MagnifierRuler::measurementFinished, this, [this](QPointF start, QPointF end) {
+        const double range = ruler->getRange();
+        Halcyra::Nereon::Visualisation::FanMeasurement m;
+        m.onMagnifier = true;
+        m.startAcross = start.x() * range;
+        m.startAlong = start.y() * range;
+        m.endAcross = end.x() * range;
+        m.endAlong = end.y() * range;
+        m.startRange = std::hypot(m.startAcross, m.startAlong);
+        m.endRange = std::hypot(m.endAcross, m.endAlong);
+        m.startBearing = std::atan2(m.startAcross, m.startAlong) * 180.0 / M_PI;
+        m.endBearing = std::atan2(m.endAcross, m.endAlong) * 180.0 / M_PI;
+        m.value = ruler->getDistance();
+        measurementLog->measurementFinished(m);
+    });
     measurementsPanel = new MeasurementsPanel(measurementLog);
     measurementsDock = new QDockWidget(tr("Measurements"), this);
     measurementsDock->setObjectName("measurementsDock");
@@ -1242,7 +1260,8 @@ void MainWindow::frameArrived(const SourceFrame& frame, qint64 statusTime)
     }
     const SourceFrame shown = movingTargets.apply(frame);
     display->newImageReceived(shown.image);
-    measurementLog->setCurrentFrame(shown);
+    // Numbered from 1, as the player and the status bar number them.
+    measurementLog->setCurrentFrame(shown.index + 1, shown.timestamp);
     if (recordingPanel->isReplaying())
         echogram->showFrame(shown);
     else

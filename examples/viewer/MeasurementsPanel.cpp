@@ -32,7 +32,11 @@ MeasurementsPanel::MeasurementsPanel(MeasurementLog* measurementLog, QWidget* pa
     for (int column : { MeasurementLog::StartAcrossColumn, MeasurementLog::StartAlongColumn,
              MeasurementLog::EndAcrossColumn, MeasurementLog::EndAlongColumn })
         table->setColumnHidden(column, true);
-    table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    // The length first, where a narrow dock still shows it; the time last, being the widest.
+    QHeaderView* header = table->horizontalHeader();
+    header->moveSection(header->visualIndex(MeasurementLog::ValueColumn), 1);
+    header->moveSection(header->visualIndex(MeasurementLog::UnitColumn), 2);
+    header->moveSection(header->visualIndex(MeasurementLog::TimeColumn), MeasurementLog::ColumnCount - 1);
 
     deleteButton = new QPushButton(tr("Delete"));
     deleteButton->setObjectName("deleteMeasurement");
@@ -52,10 +56,14 @@ MeasurementsPanel::MeasurementsPanel(MeasurementLog* measurementLog, QWidget* pa
     connect(exportButton, &QPushButton::clicked, this, &MeasurementsPanel::exportCsv);
     connect(table, &QTableView::doubleClicked, this, [this](const QModelIndex& index) {
         const auto& entries = log->getEntries();
-        if (index.isValid() && index.row() < int(entries.size()) && entries[index.row()].frame >= 0)
-            emit frameRequested(entries[index.row()].frame);
+        // The log counts frames from 1, as the player shows them.
+        if (index.isValid() && index.row() < int(entries.size()) && entries[index.row()].frame >= 1)
+            emit frameRequested(entries[index.row()].frame - 1);
     });
-    connect(log, &MeasurementLog::measurementLogged, table, [this](int row) { table->scrollTo(log->index(row, 0)); });
+    connect(log, &MeasurementLog::measurementLogged, table, [this](int row) {
+        table->resizeColumnsToContents();
+        table->scrollTo(log->index(row, 0));
+    });
 }
 
 void MeasurementsPanel::deleteSelected()

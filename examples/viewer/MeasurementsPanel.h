@@ -26,7 +26,7 @@ public:
     void exportCsv();
 
 signals:
-    /// The user asked to see the frame a measurement was taken on.
+    /// The user asked to see the frame a measurement was taken on (zero-based).
     void frameRequested(int frame);
 
 private:
