@@ -21,7 +21,7 @@ namespace {
 const std::vector<Sources::SourceFrame>& framesOf(int beams, int samples, int count)
 {
     static std::map<std::pair<int, int>, std::vector<Sources::SourceFrame>> cache;
-    auto& frames = cache[{beams, samples}];
+    auto& frames = cache[{ beams, samples }];
     if (frames.empty()) {
         Sources::SyntheticPassageOptions options;
         options.beams = beams;
@@ -63,7 +63,8 @@ void openCvMog2(benchmark::State& state)
     std::size_t i = 0;
     for (auto _ : state) {
         const NereonImage& image = frames[i++ % frames.size()].image;
-        const cv::Mat in(image.getHeight(), image.getWidth(), CV_8U, const_cast<std::uint8_t*>(image.getData().data()));
+        const cv::Mat in(
+            image.getHeight(), image.getWidth(), CV_8U, const_cast<std::uint8_t*>(image.getData().data()));
         mog2->apply(in, mask);
         benchmark::DoNotOptimize(mask.data);
     }
@@ -97,8 +98,12 @@ void pipeline(benchmark::State& state)
 
 } // namespace
 
-BENCHMARK(filter)->Args({128, 1000})->Args({512, 4000})->Unit(benchmark::kMillisecond);
-BENCHMARK(openCvMog2)->Args({128, 1000})->Args({512, 4000})->Unit(benchmark::kMillisecond);
-BENCHMARK(pipeline)->Args({128, 1000})->Args({128, 2000})->Args({512, 4000})->Unit(benchmark::kMillisecond);
+BENCHMARK(filter)->Args({ 128, 1000 })->Args({ 512, 4000 })->Unit(benchmark::kMillisecond);
+BENCHMARK(openCvMog2)->Args({ 128, 1000 })->Args({ 512, 4000 })->Unit(benchmark::kMillisecond);
+BENCHMARK(pipeline)
+    ->Args({ 128, 1000 })
+    ->Args({ 128, 2000 })
+    ->Args({ 512, 4000 })
+    ->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

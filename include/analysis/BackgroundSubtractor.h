@@ -32,6 +32,7 @@ namespace Halcyra::Nereon::Analysis {
 class TERNWICK_NEREON_ANALYSIS_EXPORT BackgroundSubtractor
 {
 public:
+    /// A subtractor without a model: the first frame starts one.
     BackgroundSubtractor();
     ~BackgroundSubtractor();
     BackgroundSubtractor(const BackgroundSubtractor&) = delete;
@@ -61,9 +62,11 @@ public:
 
     /// How long the model takes to follow a change of the scene, in seconds (default 20).
     void setAdaptationSeconds(double seconds);
+    /// The adaptation time, seconds.
     double getAdaptationSeconds() const;
     /// Frames per second, to turn the adaptation time into frames (default 10 Hz).
     void setFrameRate(double hz);
+    /// The frame rate set, or measured from the frames' times, Hz.
     double getFrameRate() const;
     /**
      * A sample is foreground where it exceeds the background by at least
@@ -71,7 +74,9 @@ public:
      * usual spread (defaults 12 and 4).
      */
     void setThreshold(int minimumDifference, double spreadFactor = 4.0);
+    /// The smallest difference taken as foreground, intensity levels.
     int getThresholdDifference() const;
+    /// How many times its usual spread a sample must exceed the background.
     double getThresholdSpreadFactor() const;
 
     /// The current background as a frame of the model's layout (empty without a model).

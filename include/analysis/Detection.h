@@ -11,25 +11,22 @@ namespace Halcyra::Nereon::Analysis {
  */
 struct TERNWICK_NEREON_ANALYSIS_EXPORT Detection
 {
-    /// Centre, weighted by intensity above the background.
-    double rangeM = 0.0;
-    double bearingDeg = 0.0;
-    double xM = 0.0;
-    double yM = 0.0;
+    double rangeM = 0.0; ///< range of the centre (weighted by intensity above the background), metres
+    double bearingDeg = 0.0; ///< bearing of the centre, degrees
+    double xM = 0.0; ///< the centre across the fan, metres
+    double yM = 0.0; ///< the centre along the sonar's axis, metres
     /// Length along the echo's main axis, in metres.
     double lengthM = 0.0;
     /// Width across the main axis, in metres.
     double widthM = 0.0;
     /// Direction of the main axis, radians from the x axis, in (-pi/2, pi/2].
     double axisAngle = 0.0;
-    /// Extent in range (metres) and in bearing (degrees).
-    double extentRangeM = 0.0;
-    double extentBearingDeg = 0.0;
+    double extentRangeM = 0.0; ///< extent in range, metres
+    double extentBearingDeg = 0.0; ///< extent in bearing, degrees
     /// Area of the foreground samples, square metres.
     double areaM2 = 0.0;
-    /// Mean intensity above the background, and the largest.
-    double meanIntensity = 0.0;
-    int peakIntensity = 0;
+    double meanIntensity = 0.0; ///< mean intensity above the background
+    int peakIntensity = 0; ///< largest intensity above the background
     /// Number of foreground samples at full resolution.
     int samples = 0;
     /// The echo touches the first or last beam or range line: it may be cut off.

@@ -19,6 +19,7 @@ namespace Halcyra::Nereon::Analysis {
 class TERNWICK_NEREON_ANALYSIS_EXPORT FishDetector
 {
 public:
+    /// A detector with the default sizes.
     FishDetector();
     ~FishDetector();
     FishDetector(const FishDetector&) = delete;
@@ -29,18 +30,23 @@ public:
 
     /// Echoes shorter than this are dropped, metres (default 0.1).
     void setMinimumLengthM(double metres);
+    /// See setMinimumLengthM().
     double getMinimumLengthM() const;
     /// Pieces closer than this are one echo, metres (default 0.12).
     void setJoinGapM(double metres);
+    /// See setJoinGapM().
     double getJoinGapM() const;
     /// Pieces lying along one axis are joined across gaps up to this, metres (default 0.3).
     void setJoinAlongAxisM(double metres);
+    /// See setJoinAlongAxisM().
     double getJoinAlongAxisM() const;
     /// Range step of the decimated copy searched for groups, metres (default 0.04).
     void setSearchCellM(double metres);
+    /// See setSearchCellM().
     double getSearchCellM() const;
     /// Groups of fewer decimated samples than this are speckle (default 3).
     void setMinimumSamples(int samples);
+    /// See setMinimumSamples().
     int getMinimumSamples() const;
 
 private:

@@ -30,6 +30,7 @@ class TERNWICK_NEREON_ANALYSIS_EXPORT LiveFishCounter : public QObject
     Q_OBJECT
 
 public:
+    /// A counter with `options`; move it to the thread it is to count on.
     explicit LiveFishCounter(const CountOptions& options = {}, QObject* parent = nullptr);
     ~LiveFishCounter() override;
 

@@ -7,6 +7,11 @@
 #include <cmath>
 #include <cstdlib>
 
+// A model of our own rather than OpenCV's MOG2 or KNN: on one core MOG2 takes about
+// 50 ms for a frame of 512 beams by 4000 samples, this model about 4 ms (see
+// bench_analysis), and a per-sample median with a spread needs no mixture to be
+// robust to fish passing through.
+
 namespace Halcyra::Nereon::Analysis {
 
 namespace {
@@ -42,8 +47,8 @@ constexpr int warmUpLevels = 32;
 // One frame's step of the running medians of the background and of the spread, and
 // the foreground: where a sample exceeds the background by more than the threshold.
 // Written without branches so that the compiler vectorises it.
-NEREON_VECTOR_CLONES void updateModel(const std::uint8_t* src, std::uint16_t* bg, std::uint16_t* sp, std::uint8_t* dst,
-                                      std::size_t count, const UpdateParameters& p)
+NEREON_VECTOR_CLONES void updateModel(const std::uint8_t* src, std::uint16_t* bg, std::uint16_t* sp,
+    std::uint8_t* dst, std::size_t count, const UpdateParameters& p)
 {
     const int step = p.step, foregroundStep = p.foregroundStep, spreadStep = p.spreadStep;
     const int minimum = p.minimum, factor = p.factor;
@@ -64,8 +69,6 @@ NEREON_VECTOR_CLONES void updateModel(const std::uint8_t* src, std::uint16_t* bg
 
 } // namespace
 
-
-
 bool BackgroundSubtractor::BackgroundSubtractorPrivate::isSameLayout(const NereonImage& image) const
 {
     return image.getWidth() == width && image.getHeight() == height && image.getRange() == range
@@ -82,7 +85,7 @@ void BackgroundSubtractor::BackgroundSubtractorPrivate::startModel(const NereonI
     background.resize(data.size());
     spread.assign(data.size(), std::uint16_t(initialSpreadLevels * kOne));
     std::transform(data.begin(), data.end(), background.begin(),
-                   [](std::uint8_t v) { return std::uint16_t(v << kFractionBits); });
+        [](std::uint8_t v) { return std::uint16_t(v << kFractionBits); });
     framesSeen = 1;
 }
 
@@ -100,8 +103,8 @@ BackgroundSubtractor::BackgroundSubtractor()
 
 BackgroundSubtractor::~BackgroundSubtractor() = default;
 
-bool BackgroundSubtractor::BackgroundSubtractorPrivate::apply(const NereonImage& in, NereonImage& foreground,
-                                                               int firstRow)
+bool BackgroundSubtractor::BackgroundSubtractorPrivate::apply(
+    const NereonImage& in, NereonImage& foreground, int firstRow)
 {
     if (!isWellFormed(in)) {
         foreground = NereonImage();
@@ -110,8 +113,8 @@ bool BackgroundSubtractor::BackgroundSubtractorPrivate::apply(const NereonImage&
     std::vector<std::uint8_t> out(in.getData().size(), 0);
     if (framesSeen == 0 || !isSameLayout(in)) {
         startModel(in);
-        foreground = NereonImage(in.getWidth(), in.getHeight(), std::move(out), in.getBearings(), in.getRange(),
-                                 in.getGain());
+        foreground = NereonImage(
+            in.getWidth(), in.getHeight(), std::move(out), in.getBearings(), in.getRange(), in.getGain());
         return true;
     }
 
@@ -128,12 +131,12 @@ bool BackgroundSubtractor::BackgroundSubtractorPrivate::apply(const NereonImage&
 
     // Rows before the first recorded sample are padding, the same in every frame.
     const std::size_t first = std::size_t(std::clamp(firstRow, 0, int(in.getHeight()))) * in.getWidth();
-    updateModel(in.getData().data() + first, background.data() + first, spread.data() + first, out.data() + first,
-                out.size() - first, p);
+    updateModel(in.getData().data() + first, background.data() + first, spread.data() + first,
+        out.data() + first, out.size() - first, p);
     if (++framesSeen < settlingFrames)
         std::fill(out.begin(), out.end(), 0);
-    foreground = NereonImage(in.getWidth(), in.getHeight(), std::move(out), in.getBearings(), in.getRange(),
-                             in.getGain());
+    foreground = NereonImage(
+        in.getWidth(), in.getHeight(), std::move(out), in.getBearings(), in.getRange(), in.getGain());
     return true;
 }
 
@@ -257,9 +260,9 @@ NereonImage BackgroundSubtractor::getBackground() const
         return NereonImage();
     std::vector<std::uint8_t> data(d->background.size());
     std::transform(d->background.begin(), d->background.end(), data.begin(),
-                   [](std::uint16_t v) { return std::uint8_t((v + kOne / 2) >> kFractionBits); });
-    return NereonImage(std::uint16_t(d->width), std::uint16_t(d->height), std::move(data), d->bearings, d->range,
-                       0.0);
+        [](std::uint16_t v) { return std::uint8_t((v + kOne / 2) >> kFractionBits); });
+    return NereonImage(
+        std::uint16_t(d->width), std::uint16_t(d->height), std::move(data), d->bearings, d->range, 0.0);
 }
 
 } // namespace Halcyra::Nereon::Analysis

@@ -10,11 +10,11 @@ namespace Halcyra::Nereon::Analysis {
 /// How far the model moves in one frame, fixed point; the threshold's parts.
 struct UpdateParameters
 {
-    int step = 1;           // largest change of the background where there is no fish
+    int step = 1; // largest change of the background where there is no fish
     int foregroundStep = 1; // where there is one
     int spreadStep = 1;
-    int minimum = 0;        // smallest difference taken as foreground
-    int factor = 0;         // times the spread, 4 fractional bits
+    int minimum = 0; // smallest difference taken as foreground
+    int factor = 0; // times the spread, 4 fractional bits
 };
 
 class BackgroundSubtractor::BackgroundSubtractorPrivate
@@ -41,7 +41,7 @@ public:
 
     // Fixed point with 8 fractional bits.
     std::vector<std::uint16_t> background; // running median
-    std::vector<std::uint16_t> spread;     // running median of the absolute deviation
+    std::vector<std::uint16_t> spread; // running median of the absolute deviation
     int framesSeen = 0;
 
     std::int64_t lastTimestamp = 0;

@@ -61,7 +61,7 @@ struct Moments
         const double vxy = sxy / weight - cx() * cy();
         const double mean = 0.5 * (vxx + vyy);
         const double root = std::sqrt(0.25 * (vxx - vyy) * (vxx - vyy) + vxy * vxy);
-        return {std::sqrt(mean + root), std::sqrt(std::max(0.0, mean - root))};
+        return { std::sqrt(mean + root), std::sqrt(std::max(0.0, mean - root)) };
     }
 };
 
@@ -172,8 +172,9 @@ std::vector<Detection> FishDetector::detect(const NereonImage& foreground)
         sines[b] = std::sin(angle);
         cosines[b] = std::cos(angle);
     }
-    const double beamStep =
-        width > 1 ? std::abs(bearings[width - 1] - bearings[0]) / 100.0 / degreesPerRadian / (width - 1) : 0.0;
+    const double beamStep = width > 1
+        ? std::abs(bearings[width - 1] - bearings[0]) / 100.0 / degreesPerRadian / (width - 1)
+        : 0.0;
     const double cellM = rowM * factor;
 
     // One piece per connected group of runs; speckle (too few cells) is dropped.
@@ -213,7 +214,8 @@ std::vector<Detection> FishDetector::detect(const NereonImage& foreground)
     // Pieces of one echo: close in metres, or lying along one axis. Sorted by their
     // first row, a piece is compared only with those starting near enough in range,
     // so that a frame full of speckle costs little more than a quiet one.
-    std::sort(kept.begin(), kept.end(), [&](int a, int b) { return pieces[std::size_t(a)].row0 < pieces[std::size_t(b)].row0; });
+    std::sort(kept.begin(), kept.end(),
+        [&](int a, int b) { return pieces[std::size_t(a)].row0 < pieces[std::size_t(b)].row0; });
     std::vector<int> parent(pieces.size());
     std::iota(parent.begin(), parent.end(), 0);
     const double reach = std::max(d->joinGapM, d->joinAlongAxisM);
@@ -225,8 +227,9 @@ std::vector<Detection> FishDetector::detect(const NereonImage& foreground)
             const double b0 = b.row0 * cellM, b1 = (b.row1 + 1) * cellM;
             if (b0 - a1 > reach)
                 break;
-            const double dr = std::max({0.0, b0 - a1, a0 - b1});
-            const double dAngle = std::max({0.0, (b.beam0 - a.beam1 - 1) * beamStep, (a.beam0 - b.beam1 - 1) * beamStep});
+            const double dr = std::max({ 0.0, b0 - a1, a0 - b1 });
+            const double dAngle
+                = std::max({ 0.0, (b.beam0 - a.beam1 - 1) * beamStep, (a.beam0 - b.beam1 - 1) * beamStep });
             const double across = std::max(a0, b0) * dAngle;
             const double gap = std::hypot(dr, across);
             bool join = gap <= d->joinGapM;
@@ -240,7 +243,8 @@ std::vector<Detection> FishDetector::detect(const NereonImage& foreground)
                 const double dy = small.moments.cy() - big.moments.cy();
                 const double offAxis = std::abs(dx * uy - dy * ux);
                 // Only an elongated piece has an axis worth extending.
-                join = along >= 2.0 * acrossSpread && offAxis <= std::max(2.0 * acrossSpread, 0.5 * d->joinGapM);
+                join = along >= 2.0 * acrossSpread
+                    && offAxis <= std::max(2.0 * acrossSpread, 0.5 * d->joinGapM);
             }
             if (join)
                 parent[std::size_t(findRoot(parent, kept[i]))] = findRoot(parent, kept[j]);
@@ -335,7 +339,7 @@ std::vector<Detection> FishDetector::detect(const NereonImage& foreground)
             detections.push_back(det);
     }
     std::sort(detections.begin(), detections.end(),
-              [](const Detection& a, const Detection& b) { return a.rangeM < b.rangeM; });
+        [](const Detection& a, const Detection& b) { return a.rangeM < b.rangeM; });
     return detections;
 }
 

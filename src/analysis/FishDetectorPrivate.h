@@ -12,7 +12,7 @@ struct Run
 {
     int row = 0;
     int beam0 = 0, beam1 = 0; // inclusive
-    int parent = 0;           // union-find over runs
+    int parent = 0; // union-find over runs
 };
 
 class FishDetector::FishDetectorPrivate

@@ -18,8 +18,14 @@ constexpr int tentativeMisses = 2;
 // Trail drawn behind a live track, in frames.
 constexpr std::size_t trailLength = 40;
 
-double rangeOf(double x, double y) { return std::hypot(x, y); }
-double bearingOf(double x, double y) { return std::atan2(x, y) * degreesPerRadian; }
+double rangeOf(double x, double y)
+{
+    return std::hypot(x, y);
+}
+double bearingOf(double x, double y)
+{
+    return std::atan2(x, y) * degreesPerRadian;
+}
 
 double quantile(std::vector<double> values, double q)
 {
@@ -82,7 +88,7 @@ void FishTracker::startTrack(const Detection& det, int frame, std::int64_t time)
     t.lengthM = det.lengthM;
     t.hits = 1;
     t.last = det;
-    t.points.push_back({frame, time, det.xM, det.yM, det.lengthM, true, !det.touchesEdge});
+    t.points.push_back({ frame, time, det.xM, det.yM, det.lengthM, true, !det.touchesEdge });
     tracks.push_back(std::move(t));
 }
 
@@ -96,11 +102,11 @@ void FishTracker::correctTrack(Track& t, const Detection& det, int frame, std::i
     ++t.hits;
     if (t.id == 0 && isConfirmed(t))
         t.id = nextId++;
-    t.points.push_back({frame, time, det.xM, det.yM, det.lengthM, true, !det.touchesEdge});
+    t.points.push_back({ frame, time, det.xM, det.yM, det.lengthM, true, !det.touchesEdge });
 }
 
 void FishTracker::update(int frame, std::int64_t time, double dt, const std::vector<Detection>& detections,
-                         const FieldOfView& view)
+    const FieldOfView& view)
 {
     std::vector<std::size_t> active;
     for (std::size_t i = 0; i < tracks.size(); ++i) {
@@ -135,7 +141,8 @@ void FishTracker::update(int frame, std::int64_t time, double dt, const std::vec
             const double sizeRatio = detections[j].touchesEdge
                 ? 0.0
                 : std::log(std::max(detections[j].lengthM, 0.01) / std::max(t.lengthM, 0.01));
-            const double cost = distance / gate + 0.5 * std::min(std::abs(sizeRatio), 1.0) + (isConfirmed(t) ? 0.0 : 0.5);
+            const double cost
+                = distance / gate + 0.5 * std::min(std::abs(sizeRatio), 1.0) + (isConfirmed(t) ? 0.0 : 0.5);
             pairs.emplace_back(cost, i, j);
         }
     }
@@ -153,13 +160,15 @@ void FishTracker::update(int frame, std::int64_t time, double dt, const std::vec
         if (trackTaken[i])
             continue;
         ++t.misses;
-        t.points.push_back({frame, time, t.x.p, t.y.p, 0.0, false, false});
-        if (isConfirmed(t) ? t.misses >= options.maxMisses : t.misses >= std::min(tentativeMisses, options.maxMisses))
+        t.points.push_back({ frame, time, t.x.p, t.y.p, 0.0, false, false });
+        if (isConfirmed(t) ? t.misses >= options.maxMisses
+                           : t.misses >= std::min(tentativeMisses, options.maxMisses))
             t.ended = true;
     }
     // Tentative tracks that ended are noise or a glimpse: not fish.
-    tracks.erase(std::remove_if(tracks.begin(), tracks.end(), [this](const Track& t) { return t.ended && !isConfirmed(t); }),
-                 tracks.end());
+    tracks.erase(std::remove_if(tracks.begin(), tracks.end(),
+                     [this](const Track& t) { return t.ended && !isConfirmed(t); }),
+        tracks.end());
 
     for (std::size_t j = 0; j < detections.size(); ++j) {
         if (!detectionTaken[j])
@@ -172,8 +181,9 @@ void FishTracker::finish()
 {
     for (auto& t : tracks)
         t.ended = true;
-    tracks.erase(std::remove_if(tracks.begin(), tracks.end(), [this](const Track& t) { return !isConfirmed(t); }),
-                 tracks.end());
+    tracks.erase(
+        std::remove_if(tracks.begin(), tracks.end(), [this](const Track& t) { return !isConfirmed(t); }),
+        tracks.end());
     settle(0, true);
 }
 
@@ -200,7 +210,8 @@ int FishTracker::findContinuation(const Track& ended) const
         // Moving on the way it went, where both move at all.
         const Point& later = t.lastDetected();
         const double dx = later.x - start.x, dy = later.y - start.y;
-        if (std::hypot(dx, dy) > 0.1 && std::hypot(ended.x.v, ended.y.v) > 0.1 && dx * ended.x.v + dy * ended.y.v < 0.0)
+        if (std::hypot(dx, dy) > 0.1 && std::hypot(ended.x.v, ended.y.v) > 0.1
+            && dx * ended.x.v + dy * ended.y.v < 0.0)
             continue;
         if (distance < bestDistance) {
             bestDistance = distance;
@@ -234,6 +245,14 @@ void FishTracker::settle(int frame, bool all)
         Track& later = tracks[next];
         while (!ended.points.back().detected)
             ended.points.pop_back();
+        // The frames between the two pieces, where the fish was not seen: on the line
+        // between where it was lost and where it was found again.
+        const Point from = ended.points.back(), to = later.firstDetected();
+        for (int frame = from.frame + 1; frame < to.frame; ++frame) {
+            const double f = double(frame - from.frame) / (to.frame - from.frame);
+            ended.points.push_back({ frame, from.time + std::int64_t(std::llround(f * (to.time - from.time))),
+                from.x + f * (to.x - from.x), from.y + f * (to.y - from.y), 0.0, false, false });
+        }
         later.points.insert(later.points.begin(), ended.points.begin(), ended.points.end());
         later.hits += ended.hits;
         later.id = ended.id;
@@ -293,8 +312,10 @@ void FishTracker::count(const Track& t)
     // leaves the fan the visible part's centre moves slower than the fish.
     const Point* from = &first;
     const Point* to = &last;
-    const auto wellSeenFirst = std::find_if(t.points.begin(), t.points.end(), [](const Point& p) { return p.wellSeen; });
-    const auto wellSeenLast = std::find_if(t.points.rbegin(), t.points.rend(), [](const Point& p) { return p.wellSeen; });
+    const auto wellSeenFirst
+        = std::find_if(t.points.begin(), t.points.end(), [](const Point& p) { return p.wellSeen; });
+    const auto wellSeenLast
+        = std::find_if(t.points.rbegin(), t.points.rend(), [](const Point& p) { return p.wellSeen; });
     if (wellSeenFirst != t.points.end() && wellSeenLast->time > wellSeenFirst->time) {
         from = &*wellSeenFirst;
         to = &*wellSeenLast;
@@ -308,7 +329,8 @@ void FishTracker::count(const Track& t)
     for (const Point& p : t.points) {
         if (p.frame > last.frame)
             break;
-        trackPoints.push_back({t.id, p.frame, p.time, rangeOf(p.x, p.y), bearingOf(p.x, p.y), p.lengthM, p.detected});
+        trackPoints.push_back(
+            { t.id, p.frame, p.time, rangeOf(p.x, p.y), bearingOf(p.x, p.y), p.lengthM, p.detected });
     }
 }
 
@@ -329,7 +351,8 @@ std::vector<LiveTrack> FishTracker::getActiveTracks() const
         l.extentBearingDeg = t.last.extentBearingDeg;
         const std::size_t from = t.points.size() > trailLength ? t.points.size() - trailLength : 0;
         for (std::size_t i = from; i < t.points.size(); ++i)
-            l.trail.emplace_back(rangeOf(t.points[i].x, t.points[i].y), bearingOf(t.points[i].x, t.points[i].y));
+            l.trail.emplace_back(
+                rangeOf(t.points[i].x, t.points[i].y), bearingOf(t.points[i].x, t.points[i].y));
         live.push_back(std::move(l));
     }
     return live;

@@ -32,7 +32,7 @@ public:
     /// One frame's detections; `dtSeconds` since the previous frame. A track predicted
     /// outside `view` has left the beams and ends.
     void update(int frame, std::int64_t time, double dtSeconds, const std::vector<Detection>& detections,
-                const FieldOfView& view = {});
+        const FieldOfView& view = {});
     /// Ends every track and counts what qualifies.
     void finish();
 

@@ -25,7 +25,8 @@ SyntheticSonar::SyntheticSonar(int beams, int samples, double rangeM, double fan
     , bed(std::size_t(beams) * samples)
 {
     for (int b = 0; b < beams; ++b)
-        bearings.push_back(std::int16_t(std::lround((-fanDegrees / 2 + fanDegrees * b / std::max(1, beams - 1)) * 100)));
+        bearings.push_back(
+            std::int16_t(std::lround((-fanDegrees / 2 + fanDegrees * b / std::max(1, beams - 1)) * 100)));
     // A bed that darkens with range, with texture and a few bright fixed reflectors.
     for (int r = 0; r < samples; ++r) {
         for (int b = 0; b < beams; ++b) {
@@ -46,12 +47,14 @@ Halcyra::Nereon::Sources::SourceFrame SyntheticSonar::frame(int index) const
         state ^= state << 13;
         state ^= state >> 17;
         state ^= state << 5;
-        data[i] = std::uint8_t(std::clamp(int(bed[i]) + int(state % unsigned(speckle + 1)) - speckle / 2, 0, 255));
+        data[i] = std::uint8_t(
+            std::clamp(int(bed[i]) + int(state % unsigned(speckle + 1)) - speckle / 2, 0, 255));
     }
 
     const double t = index / frameRateHz;
     const double rowM = rangeM / samples;
-    const double beamRad = (bearings.back() - bearings.front()) / 100.0 * M_PI / 180.0 / std::max(1, beams - 1);
+    const double beamRad
+        = (bearings.back() - bearings.front()) / 100.0 * M_PI / 180.0 / std::max(1, beams - 1);
     for (const auto& f : fish) {
         if (index < f.firstFrame || index > f.lastFrame)
             continue;
@@ -66,7 +69,7 @@ Halcyra::Nereon::Sources::SourceFrame SyntheticSonar::frame(int index) const
             for (int b = 0; b < beams; ++b) {
                 // A beam hears the fish where any part of its width covers the body.
                 bool covered = false;
-                for (double edge : {-0.5, 0.0, 0.5}) {
+                for (double edge : { -0.5, 0.0, 0.5 }) {
                     const double angle = bearings[b] / 100.0 * M_PI / 180.0 + edge * beamRad;
                     const double dx = range * std::sin(angle) - cx, dy = range * std::cos(angle) - cy;
                     const double along = dx * ux + dy * uy, across = dy * ux - dx * uy;
@@ -82,8 +85,8 @@ Halcyra::Nereon::Sources::SourceFrame SyntheticSonar::frame(int index) const
     }
 
     Halcyra::Nereon::Sources::SourceFrame frame;
-    frame.image = Halcyra::Nereon::NereonImage(std::uint16_t(beams), std::uint16_t(samples), std::move(data), bearings,
-                                               rangeM, 1.0);
+    frame.image = Halcyra::Nereon::NereonImage(
+        std::uint16_t(beams), std::uint16_t(samples), std::move(data), bearings, rangeM, 1.0);
     frame.index = index;
     frame.timestamp = 1'700'000'000'000'000LL + std::int64_t(std::llround(t * 1e6));
     return frame;

@@ -10,12 +10,12 @@
 /// (x across the fan, y along the sonar's axis) and seconds.
 struct SyntheticFish
 {
-    double x = 0.0, y = 5.0;   // position at time 0
+    double x = 0.0, y = 5.0; // position at time 0
     double vx = 0.5, vy = 0.0; // m/s
     double lengthM = 0.5;
     double widthM = 0.1;
     int intensity = 200;
-    double gapM = 0.0;         // a dark band across the middle: the echo comes in two pieces
+    double gapM = 0.0; // a dark band across the middle: the echo comes in two pieces
     int firstFrame = 0;
     int lastFrame = INT_MAX;
 };
@@ -36,7 +36,6 @@ public:
     int speckle = 24;
 
 private:
-
     int beams;
     int samples;
     double rangeM;

@@ -3,6 +3,7 @@
 #include "analysis/BackgroundSubtractor.h"
 #include "analysis/FishCounter.h"
 #include "analysis/FishDetector.h"
+#include "analysis/LiveBackgroundSubtractor.h"
 #include "analysis/LiveFishCounter.h"
 
 #include <QSignalSpy>
@@ -29,7 +30,8 @@ std::vector<NereonImage> sampleFrames(const SyntheticSonar& sonar, int first, in
 
 int countLit(const NereonImage& image)
 {
-    return int(std::count_if(image.getData().begin(), image.getData().end(), [](std::uint8_t v) { return v != 0; }));
+    return int(
+        std::count_if(image.getData().begin(), image.getData().end(), [](std::uint8_t v) { return v != 0; }));
 }
 
 /// Foreground samples inside a box of the frame around a fish at (x, y) metres.
@@ -84,6 +86,7 @@ private slots:
 
     void directionRules_data();
     void directionRules();
+    void liveFilterHandsOutFrames();
     void liveCounterOnItsOwnThread();
 };
 
@@ -116,7 +119,8 @@ void TestAnalysis::stillSceneHasNoForeground()
         QVERIFY(subtractor.apply(sonar.frame(first + i), foreground));
         // Once the model has settled, speckle alone is (almost) never foreground.
         if (learnt || i >= 100)
-            QVERIFY2(countLit(foreground) < 128 * 1000 / 1000, qPrintable(QString::number(countLit(foreground))));
+            QVERIFY2(
+                countLit(foreground) < 128 * 1000 / 1000, qPrintable(QString::number(countLit(foreground))));
     }
 }
 
@@ -161,7 +165,8 @@ void TestAnalysis::movingFishSurvives()
             seenFirst = lit;
         QVERIFY(seenFirst > 20);
         // The fish must not burn into the background while it stays.
-        QVERIFY2(lit >= seenFirst / 2, qPrintable(QStringLiteral("frame %1: %2 of %3").arg(i).arg(lit).arg(seenFirst)));
+        QVERIFY2(lit >= seenFirst / 2,
+            qPrintable(QStringLiteral("frame %1: %2 of %3").arg(i).arg(lit).arg(seenFirst)));
     }
 }
 
@@ -191,7 +196,8 @@ void TestAnalysis::modelStartsAgainOnNewLayout()
     NereonImage foreground = before.frame(0).image;
     // A malformed frame is refused and the model kept.
     const NereonImage learnt = subtractor.getBackground();
-    const NereonImage bad(128, 1000, std::vector<std::uint8_t>(1000), std::vector<std::int16_t>(128), 10.0, 1.0);
+    const NereonImage bad(
+        128, 1000, std::vector<std::uint8_t>(1000), std::vector<std::int16_t>(128), 10.0, 1.0);
     QVERIFY(!subtractor.apply(bad, foreground));
     QCOMPARE(foreground.getWidth(), 0);
     QCOMPARE(subtractor.getBackground().getData(), learnt.getData());
@@ -226,7 +232,7 @@ void TestAnalysis::detectionsInMetres_data()
     QTest::addColumn<double>("rangeM");
     QTest::addColumn<double>("heading"); // degrees from the x axis
     QTest::addColumn<double>("length");
-    QTest::addColumn<double>("gapM");       // the echo in two pieces
+    QTest::addColumn<double>("gapM"); // the echo in two pieces
     QTest::addColumn<double>("neighbourM"); // a second fish this far out, 0 for none
     // A beam is about 1 cm wide at 2.5 m and 7 cm at 17 m.
     QTest::newRow("near, across the beams") << 2.5 << 0.0 << 0.4 << 0.0 << 0.0;
@@ -299,7 +305,7 @@ void TestAnalysis::malformedFramesAreSkipped()
     // no times, frame numbers going back.
     const NereonImage odd[] = {
         NereonImage(4, 10, data, bearings, 5.0, 1.0),
-        NereonImage(1, 10, std::vector<std::uint8_t>(10, 90), {0}, 5.0, 1.0),
+        NereonImage(1, 10, std::vector<std::uint8_t>(10, 90), { 0 }, 5.0, 1.0),
         NereonImage(4, 1, std::vector<std::uint8_t>(4, 90), bearings, 5.0, 1.0),
     };
     for (const NereonImage& image : odd) {
@@ -317,7 +323,7 @@ void TestAnalysis::malformedFramesAreSkipped()
 void TestAnalysis::crossingFishKeepIdentity()
 {
     // Two fish of different sizes cross; where they overlap they are one echo.
-    FishTracker tracker(CountOptions{});
+    FishTracker tracker(CountOptions {});
     for (int frame = 0; frame < 30; ++frame) {
         const double t = frame / 10.0;
         const double ax = -1.4 + 1.0 * t, bx = 1.4 - 1.0 * t, y = 4.6 + 0.3 * t;
@@ -325,7 +331,7 @@ void TestAnalysis::crossingFishKeepIdentity()
         if (std::abs(ax - bx) < 0.5)
             detections.push_back(detectionAt(0.5 * (ax + bx), y, 0.9));
         else
-            detections = {detectionAt(ax, y, 0.4), detectionAt(bx, y, 0.8)};
+            detections = { detectionAt(ax, y, 0.4), detectionAt(bx, y, 0.8) };
         tracker.update(frame, frame * 100'000LL, 0.1, detections);
     }
     tracker.finish();
@@ -341,7 +347,8 @@ void TestAnalysis::crossingFishKeepIdentity()
             const double t = p.frame / 10.0;
             const double x = p.rangeM * std::sin(p.bearingDeg * M_PI / 180.0);
             const double expected = fish.direction == Direction::Up ? -1.4 + t : 1.4 - t;
-            QVERIFY2(std::abs(x - expected) < 0.3, qPrintable(QStringLiteral("fish %1 frame %2").arg(fish.id).arg(p.frame)));
+            QVERIFY2(std::abs(x - expected) < 0.3,
+                qPrintable(QStringLiteral("fish %1 frame %2").arg(fish.id).arg(p.frame)));
         }
     }
     QVERIFY(tracker.getFish()[0].id != tracker.getFish()[1].id);
@@ -349,9 +356,9 @@ void TestAnalysis::crossingFishKeepIdentity()
 
 void TestAnalysis::confirmAndMissRules_data()
 {
-    QTest::addColumn<int>("firstEnd");    // last frame of the first sighting
+    QTest::addColumn<int>("firstEnd"); // last frame of the first sighting
     QTest::addColumn<int>("secondStart"); // first frame of the second sighting, -1 for none
-    QTest::addColumn<double>("jumpM");    // the second sighting this far off the first's path
+    QTest::addColumn<double>("jumpM"); // the second sighting this far off the first's path
     QTest::addColumn<double>("length");
     QTest::addColumn<int>("expectedFish");
     QTest::addColumn<int>("expectedDetections");
@@ -360,7 +367,7 @@ void TestAnalysis::confirmAndMissRules_data()
     QTest::newRow("too short") << 20 << -1 << 0.0 << 0.2 << 0 << 0;
     QTest::newRow("missed for less than the limit") << 9 << 14 << 0.0 << 0.5 << 1 << 20;
     QTest::newRow("broken track joined") << 9 << 18 << 0.0 << 0.5 << 1 << 20;
-    QTest::newRow("too long apart") << 9 << 31 << 0.0 << 0.5 << 2 << 10;
+    QTest::newRow("too long apart") << 9 << 41 << 0.0 << 0.5 << 2 << 10;
     QTest::newRow("elsewhere") << 9 << 16 << 2.0 << 0.5 << 2 << 10;
 }
 
@@ -375,24 +382,31 @@ void TestAnalysis::confirmAndMissRules()
     CountOptions options;
     options.minTravelM = 0.0;
     FishTracker tracker(options);
-    for (int frame = 0; frame < 50; ++frame) {
-        const bool seen = frame <= firstEnd || (secondStart >= 0 && frame >= secondStart && frame < secondStart + 10);
+    for (int frame = 0; frame < 60; ++frame) {
+        const bool seen
+            = frame <= firstEnd || (secondStart >= 0 && frame >= secondStart && frame < secondStart + 10);
         std::vector<Detection> detections;
         if (seen)
-            detections.push_back(detectionAt(-1.5 + 0.1 * frame, 5.0 + (frame > firstEnd ? jumpM : 0.0), length));
+            detections.push_back(
+                detectionAt(-1.5 + 0.1 * frame, 5.0 + (frame > firstEnd ? jumpM : 0.0), length));
         tracker.update(frame, frame * 100'000LL, 0.1, detections);
     }
     tracker.finish();
     QCOMPARE(int(tracker.getFish().size()), expectedFish);
     if (expectedFish > 0)
         QCOMPARE(tracker.getFish().front().detections, expectedDetections);
+    // One track point for every frame from the first detection to the last, seen or not.
+    if (expectedFish == 1) {
+        const FishRecord& fish = tracker.getFish().front();
+        QCOMPARE(int(tracker.getTrackPoints().size()), fish.lastFrame - fish.firstFrame + 1);
+    }
 }
 
 void TestAnalysis::directionRules_data()
 {
     QTest::addColumn<int>("upstream");
     QTest::addColumn<double>("countLine"); // NaN for none
-    QTest::addColumn<double>("toX");       // the fish swims from x = -0.9 m to here
+    QTest::addColumn<double>("toX"); // the fish swims from x = -0.9 m to here
     QTest::addColumn<int>("expectedUp");
     QTest::addColumn<int>("expectedDown");
     const double none = std::nan("");
@@ -417,12 +431,39 @@ void TestAnalysis::directionRules()
         options.countLineBearingDeg = countLine;
     FishTracker tracker(options);
     for (int frame = 0; frame < 20; ++frame)
-        tracker.update(frame, frame * 100'000LL, 0.1, {detectionAt(-0.9 + (toX + 0.9) * frame / 19.0, 5.0, 0.5)});
+        tracker.update(
+            frame, frame * 100'000LL, 0.1, { detectionAt(-0.9 + (toX + 0.9) * frame / 19.0, 5.0, 0.5) });
     tracker.finish();
     QCOMPARE(tracker.getUpstreamCount(), expectedUp);
     QCOMPARE(tracker.getDownstreamCount(), expectedDown);
     if (expectedUp + expectedDown > 0)
         QVERIFY(std::abs(tracker.getFish().front().speedMS - (toX + 0.9) / 1.9) < 0.05);
+}
+
+void TestAnalysis::liveFilterHandsOutFrames()
+{
+    SyntheticSonar sonar(64, 500, 8.0);
+    SyntheticFish fish;
+    fish.y = 4.0;
+    fish.firstFrame = 20;
+    sonar.addFish(fish);
+    LiveBackgroundSubtractor filter;
+    BackgroundSubtractor reference;
+    QSignalSpy frames(&filter, &LiveBackgroundSubtractor::frameReady);
+    QSignalSpy images(&filter, &LiveBackgroundSubtractor::imageReady);
+    NereonImage expected;
+    for (int i = 0; i < 30; ++i) {
+        filter.addFrame(sonar.frame(i));
+        reference.apply(sonar.frame(i), expected);
+    }
+    filter.addFrame(SourceFrame()); // malformed: dropped
+    QCOMPARE(frames.count(), 30);
+    QCOMPARE(images.count(), 30);
+    const auto last = frames.last().first().value<SourceFrame>();
+    QCOMPARE(last.index, 29);
+    QCOMPARE(last.timestamp, sonar.frame(29).timestamp);
+    QCOMPARE(last.image.getData(), expected.getData());
+    QVERIFY(countLit(last.image) > 0);
 }
 
 void TestAnalysis::liveCounterOnItsOwnThread()
@@ -442,7 +483,7 @@ void TestAnalysis::liveCounterOnItsOwnThread()
         t->quit();
         t->wait();
     });
-    auto* counter = new LiveFishCounter(CountOptions{});
+    auto* counter = new LiveFishCounter(CountOptions {});
     counter->moveToThread(&thread);
     connect(&thread, &QThread::finished, counter, &QObject::deleteLater);
     thread.start();
@@ -454,17 +495,18 @@ void TestAnalysis::liveCounterOnItsOwnThread()
     connect(counter, &LiveFishCounter::fishCounted, this, [&](const FishRecord& f) { counted.push_back(f); });
     connect(counter, &LiveFishCounter::countsChanged, this, [&](int u, int) { up = u; });
     connect(counter, &LiveFishCounter::foregroundReady, this, [&](const SourceFrame&) { ++foregrounds; });
-    connect(counter, &LiveFishCounter::tracksUpdated, this,
-            [&](const std::vector<LiveTrack>& tracks) {
-                mostTracks = std::max<std::size_t>(mostTracks, std::count_if(tracks.begin(), tracks.end(),
-                                                                             [](const LiveTrack& t) { return t.confirmed; }));
-            });
-    connect(counter, &LiveFishCounter::tracksUpdated, counter, [&](const std::vector<LiveTrack>&) {
-        countingThread = QThread::currentThread();
-    }, Qt::DirectConnection);
+    connect(counter, &LiveFishCounter::tracksUpdated, this, [&](const std::vector<LiveTrack>& tracks) {
+        mostTracks = std::max<std::size_t>(mostTracks,
+            std::count_if(tracks.begin(), tracks.end(), [](const LiveTrack& t) { return t.confirmed; }));
+    });
+    connect(
+        counter, &LiveFishCounter::tracksUpdated, counter,
+        [&](const std::vector<LiveTrack>&) { countingThread = QThread::currentThread(); },
+        Qt::DirectConnection);
 
     for (int i = 0; i < 80; ++i)
-        QMetaObject::invokeMethod(counter, "addFrame", Qt::QueuedConnection, Q_ARG(Halcyra::Nereon::Sources::SourceFrame, sonar.frame(i)));
+        QMetaObject::invokeMethod(counter, "addFrame", Qt::QueuedConnection,
+            Q_ARG(Halcyra::Nereon::Sources::SourceFrame, sonar.frame(i)));
     QMetaObject::invokeMethod(counter, "finish", Qt::QueuedConnection);
     QTRY_COMPARE(foregrounds, 80);
     QTRY_COMPARE(up, 1);

@@ -17,12 +17,12 @@ namespace {
 /// recording's ends) may be counted or not.
 struct Score
 {
-    int truthFish = 0;      // fish that cross the fan
-    int found = 0;          // of those, counted at least once
-    int split = 0;          // of those, counted more than once
+    int truthFish = 0; // fish that cross the fan
+    int found = 0; // of those, counted at least once
+    int split = 0; // of those, counted more than once
     int rightDirection = 0; // of those found, counted the right way
-    int counted = 0;        // counts, brief fish not included
-    int falseFish = 0;      // counts matching no fish
+    int counted = 0; // counts, brief fish not included
+    int falseFish = 0; // counts matching no fish
     std::vector<double> lengthErrors;
 
     void score(const Sources::SyntheticPassage& passage, const FishCounter& counter);
@@ -34,8 +34,14 @@ struct Score
     }
     QString describe() const
     {
-        return QStringLiteral("%1 fish: %2 found, %3 split, %4 the right way; %5 counted, %6 false; length error %7 m")
-            .arg(truthFish).arg(found).arg(split).arg(rightDirection).arg(counted).arg(falseFish)
+        return QStringLiteral(
+            "%1 fish: %2 found, %3 split, %4 the right way; %5 counted, %6 false; length error %7 m")
+            .arg(truthFish)
+            .arg(found)
+            .arg(split)
+            .arg(rightDirection)
+            .arg(counted)
+            .arg(falseFish)
             .arg(medianLengthError(), 0, 'f', 3);
     }
 };
@@ -54,9 +60,10 @@ void Score::score(const Sources::SyntheticPassage& passage, const FishCounter& c
         const Sources::SyntheticFish* match = nullptr;
         double nearest = 0.75;
         for (const auto& t : passage.getPositions()) {
-            const double distance = std::hypot(
-                t.rangeM * std::sin(t.bearingDeg * M_PI / 180.0) - mid.rangeM * std::sin(mid.bearingDeg * M_PI / 180.0),
-                t.rangeM * std::cos(t.bearingDeg * M_PI / 180.0) - mid.rangeM * std::cos(mid.bearingDeg * M_PI / 180.0));
+            const double distance = std::hypot(t.rangeM * std::sin(t.bearingDeg * M_PI / 180.0)
+                    - mid.rangeM * std::sin(mid.bearingDeg * M_PI / 180.0),
+                t.rangeM * std::cos(t.bearingDeg * M_PI / 180.0)
+                    - mid.rangeM * std::cos(mid.bearingDeg * M_PI / 180.0));
             if (t.frame == mid.frame && t.visible && distance < nearest) {
                 nearest = distance;
                 match = &truth[std::size_t(t.id)];
