@@ -8,8 +8,10 @@
 #include <QCheckBox>
 #include <QDateTime>
 #include <QDir>
+#include <QDoubleSpinBox>
 #include <QFileDialog>
 #include <QFormLayout>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
@@ -76,8 +78,20 @@ FishCountPanel::FishCountPanel(Halcyra::Nereon::Visualisation::FanDisplay* fanDi
     exportButton = new QPushButton(tr("Export fish CSV\u2026"));
     exportButton->setToolTip(tr("fish.csv (one row a fish) and tracks.csv (where each was, frame by frame)"));
 
+    lineBox = new QCheckBox(tr("Count line"));
+    lineBox->setToolTip(tr("Up and down by which way a fish crosses this bearing; without it, by how it swims"));
+    lineBearingBox = new QDoubleSpinBox;
+    lineBearingBox->setRange(-85.0, 85.0);
+    lineBearingBox->setDecimals(1);
+    lineBearingBox->setSuffix(QStringLiteral("\u00b0"));
+    lineBearingBox->setEnabled(false);
+    auto* lineRow = new QHBoxLayout;
+    lineRow->addWidget(lineBox);
+    lineRow->addWidget(lineBearingBox, 1);
+
     auto* form = new QFormLayout(this);
     form->addRow(countBox);
+    form->addRow(lineRow);
     form->addRow(tr("Up"), upLabel);
     form->addRow(tr("Down"), downLabel);
     form->addRow(tr("Net up"), netLabel);
@@ -89,6 +103,16 @@ FishCountPanel::FishCountPanel(Halcyra::Nereon::Visualisation::FanDisplay* fanDi
     setOptions(options);
 
     connect(countBox, &QCheckBox::toggled, this, &FishCountPanel::setCounting);
+    const auto useLine = [this] {
+        lineBearingBox->setEnabled(lineBox->isChecked());
+        CountOptions changed = options;
+        changed.countLineBearingDeg.reset();
+        if (lineBox->isChecked())
+            changed.countLineBearingDeg = lineBearingBox->value();
+        setOptions(changed);
+    };
+    connect(lineBox, &QCheckBox::toggled, this, useLine);
+    connect(lineBearingBox, &QDoubleSpinBox::editingFinished, this, useLine);
     connect(exportButton, &QPushButton::clicked, this, &FishCountPanel::chooseExportFolder);
 }
 
@@ -176,6 +200,7 @@ void FishCountPanel::restart()
     lengthLabel->setText(QStringLiteral("\u2013"));
     marks->clear();
     showCounts();
+    showTracks({});
 }
 
 void FishCountPanel::learnBackground(const std::vector<Halcyra::Nereon::NereonImage>& samples)

@@ -12,6 +12,7 @@
 #include <vector>
 
 class QCheckBox;
+class QDoubleSpinBox;
 class QLabel;
 class QPushButton;
 
@@ -94,6 +95,8 @@ private:
     std::int64_t lastTime = 0;
 
     QCheckBox* countBox = nullptr;
+    QCheckBox* lineBox = nullptr;
+    QDoubleSpinBox* lineBearingBox = nullptr;
     QLabel* upLabel = nullptr;
     QLabel* downLabel = nullptr;
     QLabel* netLabel = nullptr;

@@ -984,13 +984,12 @@ void MainWindow::useSource(SourceStatus::Source source)
     status.setSource(source);
     // A new source has another background and other fish.
     movingTargets.reset();
-    Halcyra::Nereon::Analysis::CountOptions counting;
-    if (simulated) {
-        // The simulated sonar draws fresh, fully developed speckle on every ping, harsher than a real
-        // sonar's: only echoes well above it are fish.
-        counting.thresholdDifference = 40;
-        counting.thresholdSpreadFactor = 5.0;
-    }
+    Halcyra::Nereon::Analysis::CountOptions counting = fishPanel->getOptions();
+    const Halcyra::Nereon::Analysis::CountOptions defaults;
+    // The simulated sonar draws fresh, fully developed speckle on every ping, harsher than a real
+    // sonar's: only echoes well above it are fish.
+    counting.thresholdDifference = simulated ? 40 : defaults.thresholdDifference;
+    counting.thresholdSpreadFactor = simulated ? 5.0 : defaults.thresholdSpreadFactor;
     fishPanel->setOptions(counting);
     lastCountedFrame = -1;
     if (simulated)
