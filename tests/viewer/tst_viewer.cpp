@@ -12,6 +12,8 @@
 #include "sources/RecordingReader.h"
 #include "sources/RecordingWriter.h"
 #include "sources/SyntheticPassage.h"
+#include "views/EchogramColumns.h"
+#include "views/EchogramDisplay.h"
 #include "views/FanAnnotations.h"
 #include "views/MeasurementLog.h"
 #include "SimulatedSonar.h"
@@ -618,6 +620,43 @@ private slots:
         QVERIFY(fish.open(QIODevice::ReadOnly));
         QCOMPARE(int(fish.readAll().count('\n')), 1 + int(panel->getFish().size()));
         QVERIFY(QFile(folder.filePath("tracks.csv")).size() > 0);
+    }
+
+    void echogramAndLogGoToTheirFrame()
+    {
+        QTemporaryDir folder;
+        const QString path = folder.filePath("passage.aris");
+        QVERIFY(writePassage(path, 60, 1));
+        ViewerOptions options;
+        options.useSavedSettings = false;
+        options.echogram = true;
+        options.replayPath = path;
+        options.replayFrame = 0;
+        MainWindow window(options);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        auto* panel = window.findChild<RecordingPanel*>();
+        auto* echogram = window.findChild<Halcyra::Nereon::Views::EchogramDisplay*>();
+        QTRY_VERIFY(!echogram->isLoading() && echogram->getColumns().size() == 60);
+
+        // A click on the echogram shows the frame under it, and the cursor follows.
+        QTest::mouseClick(echogram, Qt::LeftButton, {}, QPoint(echogram->columnToPixel(40), echogram->height() / 2));
+        QTRY_COMPARE(panel->getShownFrame(), 40);
+        QTRY_COMPARE(echogram->getCursorFrame(), 40);
+
+        // The log numbers frames as the player does, from 1; a double click goes back to the frame.
+        auto* log = window.findChild<Halcyra::Nereon::Views::MeasurementLog*>();
+        Halcyra::Nereon::Views::MeasurementLog::Entry entry;
+        entry.frame = 13;
+        log->append(entry);
+        auto* table = window.findChild<QTableView*>("measurementTable");
+        window.findChild<QDockWidget*>("measurementsDock")->raise();
+        QTRY_VERIFY(table->isVisible());
+        const QPoint at = table->visualRect(log->index(0, 0)).center();
+        // QtTest's double click alone lacks the first click a user makes.
+        QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, at);
+        QTest::mouseDClick(table->viewport(), Qt::LeftButton, {}, at);
+        QTRY_COMPARE(panel->getShownFrame(), 12);
     }
 
     void offLeavesThePictureAsItWas()
