@@ -128,6 +128,7 @@ void FishCountPanel::setOptions(const CountOptions& countOptions)
     if (counter) {
         // Whatever it was still given is dropped with it.
         counter->disconnect(this);
+        disconnect(this, nullptr, counter, nullptr);
         QMetaObject::invokeMethod(counter, &QObject::deleteLater);
     }
     inFlight = std::make_shared<std::atomic<int>>(0);
