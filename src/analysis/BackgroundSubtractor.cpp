@@ -8,7 +8,7 @@
 #include <cstdlib>
 
 // A model of our own rather than OpenCV's MOG2 or KNN: on one core MOG2 takes about
-// 50 ms for a frame of 512 beams by 4000 samples, this model about 4 ms (see
+// 50 ms for a frame of 512 beams by 4000 samples, this model about 2 ms (see
 // bench_analysis), and a per-sample median with a spread needs no mixture to be
 // robust to fish passing through.
 
