@@ -37,7 +37,8 @@ const QColor lineColour(0, 220, 255);
 QString utc(std::int64_t microseconds)
 {
     const QDateTime time = QDateTime::fromMSecsSinceEpoch(microseconds / 1000, Qt::UTC);
-    return time.toString("yyyy-MM-ddTHH:mm:ss.") + QString("%1Z").arg(microseconds % 1000000, 6, 10, QChar('0'));
+    return time.toString("yyyy-MM-ddTHH:mm:ss.")
+        + QString("%1Z").arg(microseconds % 1000000, 6, 10, QChar('0'));
 }
 
 /// Writes `rows` under `header` to `path` in one go; false with the reason on failure.
@@ -79,7 +80,8 @@ FishCountPanel::FishCountPanel(Halcyra::Nereon::Visualisation::FanDisplay* fanDi
     exportButton->setToolTip(tr("fish.csv (one row a fish) and tracks.csv (where each was, frame by frame)"));
 
     lineBox = new QCheckBox(tr("Count line"));
-    lineBox->setToolTip(tr("Up and down by which way a fish crosses this bearing; without it, by how it swims"));
+    lineBox->setToolTip(
+        tr("Up and down by which way a fish crosses this bearing; without it, by how it swims"));
     lineBearingBox = new QDoubleSpinBox;
     lineBearingBox->setRange(-85.0, 85.0);
     lineBearingBox->setDecimals(1);
@@ -153,7 +155,8 @@ void FishCountPanel::setOptions(const CountOptions& countOptions)
     connect(counter, &LiveFishCounter::tracksUpdated, this, &FishCountPanel::showTracks);
     connect(counter, &LiveFishCounter::fishCounted, this, [this](const FishRecord& record) {
         fish.push_back(record);
-        lengthLabel->setText(tr("%1 m, %2").arg(record.lengthM, 0, 'f', 2)
+        lengthLabel->setText(tr("%1 m, %2")
+                                 .arg(record.lengthM, 0, 'f', 2)
                                  .arg(record.direction == Direction::Up ? tr("up") : tr("down")));
     });
     connect(counter, &LiveFishCounter::countsChanged, this, [this](int up, int down) {
@@ -222,7 +225,8 @@ void FishCountPanel::showTracks(const std::vector<LiveTrack>& tracks)
         return;
     marks->clear();
     if (options.countLineBearingDeg)
-        marks->add(FanAnnotations::Mark::countLine(*options.countLineBearingDeg, lineColour, tr("count line")));
+        marks->add(
+            FanAnnotations::Mark::countLine(*options.countLineBearingDeg, lineColour, tr("count line")));
     for (const LiveTrack& track : tracks) {
         // Tentative tracks are mostly speckle that lines up for a frame or two: not worth the clutter.
         if (!track.confirmed)
@@ -242,7 +246,8 @@ void FishCountPanel::showTracks(const std::vector<LiveTrack>& tracks)
             marks->add(line);
         }
         if (track.id > 0)
-            points.push_back({ track.id, lastFrame, lastTime, track.rangeM, track.bearingDeg, track.lengthM, true });
+            points.push_back(
+                { track.id, lastFrame, lastTime, track.rangeM, track.bearingDeg, track.lengthM, true });
     }
     if (display)
         display->update();
@@ -274,7 +279,8 @@ bool FishCountPanel::exportCsv(const QString& folder, QString* error) const
                     .arg(f.detections);
     }
     if (!writeCsv(dir.filePath("fish.csv"),
-            "id,first_frame,last_frame,first_time,last_time,direction,length_m,range_m,bearing_deg,speed_m_s,detections",
+            "id,first_frame,last_frame,first_time,last_time,direction,length_m,range_m,bearing_deg,speed_m_s,"
+            "detections",
             rows, error))
         return false;
     rows.clear();
@@ -291,7 +297,8 @@ bool FishCountPanel::exportCsv(const QString& folder, QString* error) const
                     .arg(p.lengthM, 0, 'f', 3)
                     .arg(p.detected ? 1 : 0);
     }
-    return writeCsv(dir.filePath("tracks.csv"), "fish_id,frame,time,range_m,bearing_deg,length_m,detected", rows, error);
+    return writeCsv(
+        dir.filePath("tracks.csv"), "fish_id,frame,time,range_m,bearing_deg,length_m,detected", rows, error);
 }
 
 void FishCountPanel::chooseExportFolder()

@@ -25,11 +25,14 @@ public:
 
     int getFrameCount() const override { return inner->getFrameCount(); }
     std::int64_t getTimestamp(int frame) const override { return inner->getTimestamp(frame); }
-    Halcyra::Nereon::Sources::SonarDescription getDescription() const override { return inner->getDescription(); }
+    Halcyra::Nereon::Sources::SonarDescription getDescription() const override
+    {
+        return inner->getDescription();
+    }
 
 protected:
     bool openDevice(QIODevice&) override { return true; }
-    void closeDevice() override {}
+    void closeDevice() override { }
     bool decodeFrame(QIODevice&, int frame, SourceFrame& out) override
     {
         if (!learnt) {
