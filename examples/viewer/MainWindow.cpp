@@ -4,9 +4,9 @@
 #include "DisplaySettingsStore.h"
 #include "EchogramPanel.h"
 #include "FishCountPanel.h"
-#include "MeasurementsPanel.h"
 #include "LinearUnit.h"
 #include "MagnifierRuler.h"
+#include "MeasurementsPanel.h"
 #ifdef NEREON_HAVE_EXPORT
 #include "ExportDialog.h"
 #endif
@@ -301,7 +301,8 @@ QWidget* MainWindow::createDisplayControls()
     form->addRow(QString(), linesBox);
     movingTargetsBox = new QCheckBox(tr("Moving targets"));
     movingTargetsBox->setObjectName("movingTargetsBox");
-    movingTargetsBox->setToolTip(tr("Show only what stands out from the still background: fish rather than the bed"));
+    movingTargetsBox->setToolTip(
+        tr("Show only what stands out from the still background: fish rather than the bed"));
     form->addRow(tr("Filter"), movingTargetsBox);
     colourScaleBox = new QCheckBox(tr("Colour scale"));
     autoGridBox = new QCheckBox(tr("Automatic grid colour"));
@@ -1201,7 +1202,8 @@ void MainWindow::createAnalysisDocks()
         if (visible && recordingPanel->isReplaying() && echogramRecording != recordingPanel->getReplayPath())
             loadEchogram();
     });
-    connect(echogram, &EchogramDisplay::frameRequested, this, [this](int frame, qint64) { goToFrame(frame); });
+    connect(
+        echogram, &EchogramDisplay::frameRequested, this, [this](int frame, qint64) { goToFrame(frame); });
 
     measurementLog = new MeasurementLog(this);
     measurementLog->attach(display);
@@ -1229,9 +1231,8 @@ void MainWindow::createAnalysisDocks()
     measurementsDock->setWidget(measurementsPanel);
     addDockWidget(Qt::RightDockWidgetArea, measurementsDock);
     connect(measurementsPanel, &MeasurementsPanel::frameRequested, this, &MainWindow::goToFrame);
-    connect(measurementLog, &MeasurementLog::measurementLogged, this, [this] {
-        statusBar()->showMessage(tr("Measurement logged"), 3000);
-    });
+    connect(measurementLog, &MeasurementLog::measurementLogged, this,
+        [this] { statusBar()->showMessage(tr("Measurement logged"), 3000); });
 
     fishPanel = new FishCountPanel(display);
     fishDock = new QDockWidget(tr("Fish"), this);
@@ -1320,7 +1321,8 @@ void MainWindow::goToFrame(int frame)
     if (recordingPanel->isReplaying())
         recordingPanel->seekToFrame(frame);
     else
-        statusBar()->showMessage(tr("Frame %1 was live: only a recording can go back to it").arg(frame + 1), 5000);
+        statusBar()->showMessage(
+            tr("Frame %1 was live: only a recording can go back to it").arg(frame + 1), 5000);
 }
 
 void MainWindow::writeMeasurementsFile()

@@ -58,8 +58,8 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
     const QCommandLineOption countFish("count-fish", "Count the fish passing through the beams.");
     const QCommandLineOption fish("fish", "Let fish swim through the simulated sonar's scene.");
     parser.addOptions({ screenshot, frames, palette, modifier, beams, despeckle, clamp, zoom, feet, fresh,
-        size, fanOnly, colourScale, autoGrid, record, replay, speed, frame, magnify, magnifyAt, measure, sonar,
-        echogram, movingTargets, measurements, countFish, fish });
+        size, fanOnly, colourScale, autoGrid, record, replay, speed, frame, magnify, magnifyAt, measure,
+        sonar, echogram, movingTargets, measurements, countFish, fish });
 
     if (!parser.parse(arguments)) {
         options.error = parser.errorText();

@@ -6,8 +6,12 @@
 #include "LinearUnit.h"
 #include "MagnifierRuler.h"
 #include "MainWindow.h"
-#include "ZoomDisplay.h"
 #include "RecordingPanel.h"
+#include "SimulatedSonar.h"
+#include "SonarScene.h"
+#include "SourceStatus.h"
+#include "ViewerOptions.h"
+#include "ZoomDisplay.h"
 #include "sources/ArisWriter.h"
 #include "sources/RecordingReader.h"
 #include "sources/RecordingWriter.h"
@@ -16,27 +20,23 @@
 #include "views/EchogramDisplay.h"
 #include "views/FanAnnotations.h"
 #include "views/MeasurementLog.h"
-#include "SimulatedSonar.h"
-#include "SonarScene.h"
-#include "SourceStatus.h"
-#include "ViewerOptions.h"
 
 #include "GlTestSupport.h"
 #include "SettingsText.h"
 
 #include <QApplication>
 #include <QCheckBox>
-#include <QDockWidget>
 #include <QDir>
+#include <QDockWidget>
 #include <QFile>
-#include <QTableView>
 #include <QLabel>
+#include <QPushButton>
 #include <QScreen>
 #include <QSettings>
 #include <QSignalSpy>
-#include <QPushButton>
 #include <QSlider>
 #include <QSpinBox>
+#include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
@@ -553,8 +553,9 @@ private slots:
     {
         QTemporaryDir folder;
         const QString csv = folder.filePath("measurements.csv");
-        const ViewerOptions options = ViewerOptions::parse({ "viewer", "--screenshot", folder.filePath("x.png"),
-            "--echogram", "--moving-targets", "--measurements", csv, "--count-fish", "--fish" });
+        const ViewerOptions options
+            = ViewerOptions::parse({ "viewer", "--screenshot", folder.filePath("x.png"), "--echogram",
+                "--moving-targets", "--measurements", csv, "--count-fish", "--fish" });
         QVERIFY(options.error.isEmpty());
         {
             MainWindow window(options);
@@ -565,14 +566,16 @@ private slots:
             QVERIFY(window.findChild<FishCountPanel*>()->isCounting());
             auto* fan = static_cast<FanDisplay*>(window.centralWidget());
 
-            // The scene barely moves: with only what moves shown, the fan goes dark; without, it lights up again.
+            // The scene barely moves: with only what moves shown, the fan goes dark; without, it lights up
+            // again.
             auto* filter = window.findChild<QCheckBox*>("movingTargetsBox");
             QVERIFY(filter->isChecked());
             auto* echogram = window.findChild<Halcyra::Nereon::Views::EchogramDisplay*>();
             QTRY_VERIFY(echogram->getColumns().size() > 8); // past the frames in which the model settles
             const double filtered = echoShare(fan->grabFramebuffer());
             filter->setChecked(false);
-            QTRY_VERIFY2(echoShare(fan->grabFramebuffer()) > 5 * filtered + 0.01, qPrintable(QString::number(filtered)));
+            QTRY_VERIFY2(echoShare(fan->grabFramebuffer()) > 5 * filtered + 0.01,
+                qPrintable(QString::number(filtered)));
 
             // A distance dragged across the fan lands in the table.
             auto* log = window.findChild<Halcyra::Nereon::Views::MeasurementLog*>();
@@ -588,7 +591,8 @@ private slots:
             QTest::mouseRelease(fan, Qt::LeftButton, {}, to);
             QTRY_COMPARE(log->rowCount(), 1);
             QVERIFY(log->getEntries().front().frame >= 0);
-            QCOMPARE(log->data(log->index(0, Halcyra::Nereon::Views::MeasurementLog::WidgetColumn)).toString(),
+            QCOMPARE(
+                log->data(log->index(0, Halcyra::Nereon::Views::MeasurementLog::WidgetColumn)).toString(),
                 QString("display"));
         }
         // Written when the viewer ends: the header and the measurement.
@@ -639,7 +643,8 @@ private slots:
         QTRY_VERIFY(!echogram->isLoading() && echogram->getColumns().size() == 60);
 
         // A click on the echogram shows the frame under it, and the cursor follows.
-        QTest::mouseClick(echogram, Qt::LeftButton, {}, QPoint(echogram->columnToPixel(40), echogram->height() / 2));
+        QTest::mouseClick(
+            echogram, Qt::LeftButton, {}, QPoint(echogram->columnToPixel(40), echogram->height() / 2));
         QTRY_COMPARE(panel->getShownFrame(), 40);
         QTRY_COMPARE(echogram->getCursorFrame(), 40);
 
@@ -722,19 +727,18 @@ private slots:
             << QStringList { "viewer", "fish.aris", "--frame", "3", "--magnify", "8", "--magnify-at", "0,0.5",
                    "--measure", "0,0.4,0.02,0.41" }
             << true << -1 << 0 << true;
-        QTest::newRow("echogram, filter, measurements and counting")
-            << QStringList { "viewer", "--echogram", "--moving-targets", "--measurements", "m.csv", "--count-fish",
-                   "--fish" }
-            << true << -1 << 0 << true;
+        QTest::newRow("echogram, filter, measurements and counting") << QStringList { "viewer", "--echogram",
+            "--moving-targets", "--measurements", "m.csv", "--count-fish", "--fish" }
+                                                                     << true << -1 << 0 << true;
         QTest::newRow("magnifier at a range and bearing")
             << QStringList { "viewer", "--magnify-at", "16ft,-10deg" } << true << -1 << 0 << true;
-        for (const QStringList& refused :
-            { QStringList { "--palette", "8" }, { "--beams", "300" }, { "--size", "100x100" }, { "--bogus" },
-                { "--replay", "b.nrec", "--speed", "0" }, { "--replay", "" }, { "a.aris", "b.aris" },
-                { "a.aris", "--replay", "b.aris" }, { "--frame", "2" }, { "a.aris", "--frame", "0" },
-                { "--magnify", "11" }, { "--measure", "1,2" }, { "--magnify-at", "x,1" },
-                { "--magnify-at", "5,-3deg" }, { "--magnify-at", "5m,-300deg" }, { "--magnify-at", "-5m,3deg" },
-                { "--sonar", "1098", "--replay", "b.nrec" }, { "--sonar", " " }, { "--measurements", "" } })
+        for (const QStringList& refused : { QStringList { "--palette", "8" }, { "--beams", "300" },
+                 { "--size", "100x100" }, { "--bogus" }, { "--replay", "b.nrec", "--speed", "0" },
+                 { "--replay", "" }, { "a.aris", "b.aris" }, { "a.aris", "--replay", "b.aris" },
+                 { "--frame", "2" }, { "a.aris", "--frame", "0" }, { "--magnify", "11" },
+                 { "--measure", "1,2" }, { "--magnify-at", "x,1" }, { "--magnify-at", "5,-3deg" },
+                 { "--magnify-at", "5m,-300deg" }, { "--magnify-at", "-5m,3deg" },
+                 { "--sonar", "1098", "--replay", "b.nrec" }, { "--sonar", " " }, { "--measurements", "" } })
             QTest::newRow(qPrintable(refused.join(' ')))
                 << QStringList("viewer") + refused << false << -1 << 0 << true;
     }
