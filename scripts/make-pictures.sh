@@ -34,6 +34,15 @@ laptop --replay "$recording" --screenshot "$out/viewer-replay.png" --frames 50
 rm -f "$recording"
 shoot --screenshot "$out/colour-scale.png" --fan-only --colour-scale --auto-grid \
     --palette 6 --modifier 96 --clamp 0.02 --size 1100x560 --frames 20
+# A generated passage of fish: its echogram, what moves in it, a fish measured on the magnifier,
+# and the fish counted as they pass.
+passage="$runtime_dir/passage.aris"
+"$build_dir/examples/make-aris/nereon-make-aris" --frames 300 --fish 6 --beams 96 "$passage" > /dev/null
+laptop "$passage" --frame 150 --echogram --screenshot "$out/viewer-echogram.png"
+laptop "$passage" --frame 150 --echogram --moving-targets --screenshot "$out/viewer-moving-targets.png"
+laptop "$passage" --frame 151 --magnify 8 --magnify-at 9.2m,-5deg --measure -0.0676,0.5412,-0.0265,0.5412 \
+    --measurements "$runtime_dir/measurements.csv" --screenshot "$out/viewer-measurements.png"
+laptop "$passage" --speed 2 --frames 200 --count-fish --echogram --screenshot "$out/viewer-count.png"
 # A real ARIS recording, magnified 8 times where an echo crosses the fan, measured there.
 aris="$root/../shared/real-data/aris/sample.aris"
 if [ -f "$aris" ]; then

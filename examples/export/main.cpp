@@ -8,9 +8,13 @@
 #include "export/RecordingExporter.h"
 #include "export/VideoEncoder.h"
 
+#include "FanDisplay.h"
+#include "FanDisplayExtensions.h"
+
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QElapsedTimer>
+#include <QEvent>
 
 #include <cmath>
 #include <cstdio>
@@ -29,6 +33,25 @@ enum ExitStatus
     Failure = 1, ///< nothing was written
     Usage = 2,
     CutShort = 3, ///< written up to damage in the recording
+};
+
+/// Gives the exporter's display the viewer's look: the grid on the beams' true edges and the range
+/// labels kept inside the picture. The display is made inside the export library, so it is caught
+/// as it is first polished, before its first paint.
+class ViewerLook : public QObject
+{
+public:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (event->type() == QEvent::Polish) {
+            if (auto* display = qobject_cast<Halcyra::Nereon::Visualisation::FanDisplay*>(watched)) {
+                using Halcyra::Nereon::Visualisation::FanDisplayExtensions;
+                FanDisplayExtensions::setTrueEdges(display, true);
+                FanDisplayExtensions::setLabelMargin(display, true);
+            }
+        }
+        return false;
+    }
 };
 
 struct CommandLine
@@ -196,6 +219,8 @@ int main(int argc, char* argv[])
         }
     }
     QApplication application(argc, argv);
+    ViewerLook look;
+    application.installEventFilter(&look);
     CommandLine line = parse(QCoreApplication::arguments());
     if (!line.settingsFile.isEmpty()) {
         QString error;

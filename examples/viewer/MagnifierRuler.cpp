@@ -47,6 +47,7 @@ void MagnifierRuler::setMeasurement(QPointF from, QPointF to)
     end = to;
     measured = true;
     update();
+    emit measurementFinished(start, end);
 }
 
 void MagnifierRuler::clear()
@@ -169,4 +170,6 @@ void MagnifierRuler::mouseReleaseEvent(QMouseEvent* event)
     if (start == end)
         measured = false;
     update();
+    if (measured)
+        emit measurementFinished(start, end);
 }

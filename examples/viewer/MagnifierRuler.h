@@ -39,10 +39,17 @@ public:
     /// The text of the label, e.g. "0.53 m".
     QString getLabel() const;
 
+    /// The range of the frame shown, in metres.
+    double getRange() const { return range; }
+
     /// Fan coordinates of a pixel of the magnifier, through its current transform.
     QPointF fanPoint(QPointF pixel) const;
     /// Pixel of the magnifier at which a fan point is drawn.
     QPointF pixelOf(QPointF fanPoint) const;
+
+signals:
+    /// A line was measured (dragged, or set), from `start` to `end` in fan coordinates.
+    void measurementFinished(QPointF start, QPointF end);
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;

@@ -2,8 +2,11 @@
 
 #include "CommandLineNumbers.h"
 #include "DisplaySettingsStore.h"
+#include "EchogramPanel.h"
+#include "FishCountPanel.h"
 #include "LinearUnit.h"
 #include "MagnifierRuler.h"
+#include "MeasurementsPanel.h"
 #ifdef NEREON_HAVE_EXPORT
 #include "ExportDialog.h"
 #endif
@@ -15,6 +18,10 @@
 #include "SimulatedSonar.h"
 #include "sources/FrameReader.h"
 
+#include "views/EchogramDisplay.h"
+#include "views/MeasurementLog.h"
+
+#include "FanDisplayExtensions.h"
 #include "ZoomDisplay.h"
 #include "ZoomableFanDisplay.h"
 
@@ -63,6 +70,9 @@ using namespace Halcyra::Nereon::Visualisation;
 namespace Options = FanDisplayOptions;
 using Halcyra::DataProcessing::Units::AbstractUnit;
 using Halcyra::Nereon::NereonImage;
+using Halcyra::Nereon::Sources::SourceFrame;
+using Halcyra::Nereon::Views::EchogramDisplay;
+using Halcyra::Nereon::Views::MeasurementLog;
 
 namespace {
 
@@ -76,7 +86,7 @@ constexpr double defaultClampLevel = 0.01;
 constexpr double magnifierFactors[] = { 4.0, 4.5, 5.0, 5.5, 6.0, 6.5, 7.0, 8.0, 9.0, 10.0 };
 constexpr int lastMagnifierLevel = int(std::size(magnifierFactors)) - 1;
 // Bumped when the docks are rearranged, so that a layout saved by an older viewer is not restored.
-constexpr int dockLayoutVersion = 1;
+constexpr int dockLayoutVersion = 2;
 
 void showColour(QPushButton* button, const QColor& colour)
 {
@@ -114,6 +124,10 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
     display->setMouseTracking(true);
     display->installEventFilter(this);
     setCentralWidget(display);
+    // The grid on the beams' true edges, kept with its labels inside the widget, and none before a frame.
+    FanDisplayExtensions::setTrueEdges(display, true);
+    FanDisplayExtensions::setLabelMargin(display, true);
+    FanDisplayExtensions::setGridAwaitsFrame(display, true);
 
     // A dock at the bottom goes under the fan, between the side columns, which keep their full height.
     setCorner(Qt::BottomLeftCorner, Qt::LeftDockWidgetArea);
@@ -136,6 +150,9 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
     sonarDock->setWidget(scrolling(createSonarControls()));
     addDockWidget(Qt::RightDockWidgetArea, sonarDock);
     tabifyDockWidget(controlsDock, sonarDock);
+    createAnalysisDocks();
+    tabifyDockWidget(sonarDock, measurementsDock);
+    tabifyDockWidget(measurementsDock, fishDock);
     controlsDock->raise();
     // Tabs above their panels, where they are seen before the panel is read.
     setTabPosition(Qt::AllDockWidgetAreas, QTabWidget::North);
@@ -176,6 +193,9 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
         resize(options.windowSize);
     else if (!options.useSavedSettings || QSettings().value("window/geometry").isNull())
         fitToScreen();
+    // Tall enough to tell echoes apart, short enough to leave the fan most of the height.
+    if (options.echogram)
+        resizeDocks({ echogramDock }, { 170 }, Qt::Vertical);
     useSource(SourceStatus::Source::Simulated);
 
     startSonar();
@@ -194,6 +214,7 @@ MainWindow::MainWindow(const ViewerOptions& viewerOptions, QWidget* parent)
 
 MainWindow::~MainWindow()
 {
+    writeMeasurementsFile();
     stopSonar();
     // The magnifier draws with the display's engine, so it goes first.
     delete magnifier;
@@ -278,6 +299,11 @@ QWidget* MainWindow::createDisplayControls()
     form->addRow(tr("Overlays"), labelsBox);
     form->addRow(QString(), arcsBox);
     form->addRow(QString(), linesBox);
+    movingTargetsBox = new QCheckBox(tr("Moving targets"));
+    movingTargetsBox->setObjectName("movingTargetsBox");
+    movingTargetsBox->setToolTip(
+        tr("Show only what stands out from the still background: fish rather than the bed"));
+    form->addRow(tr("Filter"), movingTargetsBox);
     colourScaleBox = new QCheckBox(tr("Colour scale"));
     autoGridBox = new QCheckBox(tr("Automatic grid colour"));
     form->addRow(QString(), colourScaleBox);
@@ -366,6 +392,10 @@ QWidget* MainWindow::createSonarControls()
     pingingBox = new QCheckBox(tr("Pinging"));
     pingingBox->setChecked(true);
     form->addRow(QString(), pingingBox);
+    fishBox = new QCheckBox(tr("Fish"));
+    fishBox->setObjectName("simulatedFishBox");
+    fishBox->setToolTip(tr("Fish swim through the scene, to try counting without a recording"));
+    form->addRow(QString(), fishBox);
     return panel;
 }
 
@@ -380,11 +410,27 @@ void MainWindow::connectControls()
         display->setPalette(static_cast<Options::Palette>(index));
         showLook();
     });
-    connect(modifierSlider, &QSlider::valueChanged, this,
-        [this](int value) { display->setPaletteModifier(static_cast<uint8_t>(value)); });
+    connect(modifierSlider, &QSlider::valueChanged, this, [this](int value) {
+        display->setPaletteModifier(static_cast<uint8_t>(value));
+        followLookOnEchogram();
+    });
     connect(despeckleBox, spinChanged, display, &FanDisplay::setDespeckleLevel);
-    connect(clampBox, doubleChanged, this,
-        [this](double level) { display->setClampLevel(static_cast<float>(level)); });
+    connect(clampBox, doubleChanged, this, [this](double level) {
+        display->setClampLevel(static_cast<float>(level));
+        followLookOnEchogram();
+    });
+    connect(movingTargetsBox, &QCheckBox::toggled, this, [this](bool on) {
+        movingTargets.setEnabled(on);
+        if (recordingPanel->isReplaying()) {
+            learnFromReplay();
+            loadEchogram();
+            // A paused replay shows its frame again, as it is now to be seen.
+            recordingPanel->seekToFrame(recordingPanel->getShownFrame());
+        } else {
+            // Columns of both kinds side by side would mislead.
+            echogram->clear();
+        }
+    });
     const std::pair<QCheckBox*, Options::OverlayFeature> overlays[] = { { labelsBox, Options::RangeLabels },
         { arcsBox, Options::RangeArcs }, { linesBox, Options::RangeLines } };
     for (const auto& [box, feature] : overlays) {
@@ -403,6 +449,7 @@ void MainWindow::connectControls()
         ruler->setDistanceUnit(distanceUnits[index]);
         display->update();
         positionLabel->clear();
+        followLookOnEchogram();
     });
     connect(areaUnitBox, comboChanged, this, [this](int index) {
         display->setAreaUnit(areaUnits[index]);
@@ -442,6 +489,10 @@ void MainWindow::connectControls()
     connect(rangeBox, doubleChanged, this, [this](double) { sendSonarConfiguration(); });
     connect(rangeLinesBox, spinChanged, this, [this](int) { sendSonarConfiguration(); });
     connect(frameRateBox, spinChanged, this, [this](int) { sendSonarConfiguration(); });
+    connect(fishBox, &QCheckBox::toggled, this, [this](bool on) {
+        SimulatedSonar* target = sonar;
+        QMetaObject::invokeMethod(sonar, [target, on] { target->setFish(on); });
+    });
     connect(pingingBox, &QCheckBox::toggled, this, [this](bool on) {
         if (on)
             QMetaObject::invokeMethod(sonar, &SimulatedSonar::start);
@@ -474,6 +525,7 @@ void MainWindow::showLook()
     zoomBox->setValue(display->getZoomLevel());
     showColour(clearColourButton, look.clearColour);
     showColour(textColourButton, look.textColour);
+    followLookOnEchogram();
 }
 
 void MainWindow::chooseColour(bool clearColour)
@@ -668,6 +720,20 @@ void MainWindow::applyCommandLine(const ViewerOptions& commandLine)
     display->setAreaUnit(areaUnits[areaUnitBox->currentIndex()]);
     display->setBranding(brandingBox->isChecked());
 
+    if (commandLine.echogram)
+        echogramDock->show();
+    if (commandLine.movingTargets)
+        movingTargetsBox->setChecked(true);
+    movingTargets.setEnabled(movingTargetsBox->isChecked());
+    if (!commandLine.measurementsPath.isEmpty())
+        measurementsDock->raise();
+    if (commandLine.countFish) {
+        fishPanel->setCounting(true);
+        fishDock->raise();
+    }
+    if (commandLine.simulatedFish)
+        fishBox->setChecked(true);
+
     const QSignalBlocker blockers[] = { QSignalBlocker(beamsBox), QSignalBlocker(apertureBox),
         QSignalBlocker(rangeBox), QSignalBlocker(rangeLinesBox), QSignalBlocker(frameRateBox) };
     beamsBox->setCurrentIndex(sonarConfiguration.beamCount == 512 ? 1 : 0);
@@ -703,9 +769,17 @@ void MainWindow::startSonar()
         // Frames still on their way when a replay or a live sonar began are not shown.
         if (recordingPanel->isReplaying() || liveActive)
             return;
-        display->newImageReceived(image);
-        frameReceived(image);
+        SourceFrame frame;
+        frame.image = image;
+        frame.index = liveFrameNumber++;
+        // The echogram and the counter want a time; the status bar says the sonar gave none.
+        frame.timestamp = QDateTime::currentMSecsSinceEpoch() * 1000;
+        frameArrived(frame, 0);
     });
+    if (fishBox->isChecked()) {
+        SimulatedSonar* target = sonar;
+        QMetaObject::invokeMethod(sonar, [target] { target->setFish(true); });
+    }
     sonarThread.setObjectName("simulated sonar");
     sonarThread.start();
 }
@@ -731,6 +805,12 @@ void MainWindow::takeScreenshot(bool complete)
 {
     if (screenshotTaken)
         return;
+    // The picture shows the whole echogram of a recording, not a part read so far.
+    if (complete && echogram->isLoading() && echogramDock->isVisible()) {
+        connect(echogram, &EchogramDisplay::loadFinished, this,
+            [this] { QTimer::singleShot(300, this, [this] { takeScreenshot(true); }); });
+        return;
+    }
     screenshotTaken = true;
     const bool saved = grabPicture(options.fanOnly).save(options.screenshotPath);
     if (!saved)
@@ -809,10 +889,9 @@ void MainWindow::createRecordingDock()
     recordingDock->setWidget(recordingPanel);
     addDockWidget(Qt::LeftDockWidgetArea, recordingDock);
 
-    connect(recordingPanel, &RecordingPanel::frameReplayed, this, [this](const NereonImage& image) {
+    connect(recordingPanel, &RecordingPanel::sourceFrameReplayed, this, [this](const SourceFrame& frame) {
         ++framesReplayed;
-        display->newImageReceived(image);
-        frameReceived(image, recordingPanel->getFrameTime());
+        frameArrived(frame, frame.timestamp);
     });
     connect(recordingPanel, &RecordingPanel::replayStarted, this, [this] { useReplay(true); });
     connect(recordingPanel, &RecordingPanel::liveRequested, this, [this] { useReplay(false); });
@@ -904,6 +983,16 @@ void MainWindow::useSource(SourceStatus::Source source)
     sonarDock->setEnabled(simulated);
     sonarDock->setVisible(simulated);
     status.setSource(source);
+    // A new source has another background and other fish.
+    movingTargets.reset();
+    Halcyra::Nereon::Analysis::CountOptions counting = fishPanel->getOptions();
+    const Halcyra::Nereon::Analysis::CountOptions defaults;
+    // The simulated sonar draws fresh, fully developed speckle on every ping, harsher than a real
+    // sonar's: only echoes well above it are fish.
+    counting.thresholdDifference = simulated ? 40 : defaults.thresholdDifference;
+    counting.thresholdSpreadFactor = simulated ? 5.0 : defaults.thresholdSpreadFactor;
+    fishPanel->setOptions(counting);
+    lastCountedFrame = -1;
     if (simulated)
         status.setPaused(!pingingBox->isChecked());
     timeLabel->clear();
@@ -995,8 +1084,7 @@ void MainWindow::connectToSonar(const QString& target, const Halcyra::Nereon::So
         connect(liveSonar, &ArisLiveSource::frameReady, this, [this](const SourceFrame& frame) {
             if (!liveActive || recordingPanel->isReplaying())
                 return;
-            display->newImageReceived(frame.image);
-            frameReceived(frame.image, frame.timestamp);
+            frameArrived(frame, frame.timestamp);
         });
         connect(liveSonar, &ArisLiveSource::linkStateChanged, this,
             [this](ArisLiveSource::LinkState state, const QString& message) {
@@ -1095,6 +1183,154 @@ void MainWindow::closeEvent(QCloseEvent* event)
 {
     if (options.useSavedSettings)
         saveSettings();
+    writeMeasurementsFile();
     stopSonar();
     event->accept();
+}
+
+void MainWindow::createAnalysisDocks()
+{
+    echogramPanel = new EchogramPanel;
+    echogram = echogramPanel->getEchogram();
+    echogramDock = new QDockWidget(tr("Echogram"), this);
+    echogramDock->setObjectName("echogramDock");
+    echogramDock->setWidget(echogramPanel);
+    addDockWidget(Qt::BottomDockWidgetArea, echogramDock);
+    // Asked for (View menu, --echogram): reading a whole recording is not free.
+    echogramDock->hide();
+    connect(echogramDock, &QDockWidget::visibilityChanged, this, [this](bool visible) {
+        if (visible && recordingPanel->isReplaying() && echogramRecording != recordingPanel->getReplayPath())
+            loadEchogram();
+    });
+    connect(
+        echogram, &EchogramDisplay::frameRequested, this, [this](int frame, qint64) { goToFrame(frame); });
+
+    measurementLog = new MeasurementLog(this);
+    measurementLog->attach(display);
+    // Fish are measured where they are large: the magnifier's measurements are logged too.
+    FanDisplayExtensions::setMagnifierMeasuring(display, true);
+    // The magnifier's ruler lies over it and takes its drags: what it measures is logged as the magnifier's.
+    connect(ruler, &MagnifierRuler::measurementFinished, this, [this](QPointF start, QPointF end) {
+        const double range = ruler->getRange();
+        Halcyra::Nereon::Visualisation::FanMeasurement m;
+        m.onMagnifier = true;
+        m.startAcross = start.x() * range;
+        m.startAlong = start.y() * range;
+        m.endAcross = end.x() * range;
+        m.endAlong = end.y() * range;
+        m.startRange = std::hypot(m.startAcross, m.startAlong);
+        m.endRange = std::hypot(m.endAcross, m.endAlong);
+        m.startBearing = std::atan2(m.startAcross, m.startAlong) * 180.0 / M_PI;
+        m.endBearing = std::atan2(m.endAcross, m.endAlong) * 180.0 / M_PI;
+        m.value = ruler->getDistance();
+        measurementLog->measurementFinished(m);
+    });
+    measurementsPanel = new MeasurementsPanel(measurementLog);
+    measurementsDock = new QDockWidget(tr("Measurements"), this);
+    measurementsDock->setObjectName("measurementsDock");
+    measurementsDock->setWidget(measurementsPanel);
+    addDockWidget(Qt::RightDockWidgetArea, measurementsDock);
+    connect(measurementsPanel, &MeasurementsPanel::frameRequested, this, &MainWindow::goToFrame);
+    connect(measurementLog, &MeasurementLog::measurementLogged, this,
+        [this] { statusBar()->showMessage(tr("Measurement logged"), 3000); });
+
+    fishPanel = new FishCountPanel(display);
+    fishDock = new QDockWidget(tr("Fish"), this);
+    fishDock->setObjectName("fishDock");
+    fishDock->setWidget(scrolling(fishPanel));
+    addDockWidget(Qt::RightDockWidgetArea, fishDock);
+
+    connect(recordingPanel, &RecordingPanel::replayOpened, this, [this] {
+        learnFromReplay();
+        echogramRecording.clear();
+        if (echogramDock->isVisible())
+            loadEchogram();
+    });
+    connect(recordingPanel, &RecordingPanel::replayStopped, this, [this](qint64) { fishPanel->finish(); });
+}
+
+void MainWindow::frameArrived(const SourceFrame& frame, qint64 statusTime)
+{
+    if (fishPanel->isCounting()) {
+        // The counter follows fish from frame to frame: a jump back in a replay starts a new count.
+        if (frame.index <= lastCountedFrame)
+            fishPanel->restart();
+        lastCountedFrame = frame.index;
+        fishPanel->addFrame(frame);
+    }
+    const SourceFrame shown = movingTargets.apply(frame);
+    display->newImageReceived(shown.image);
+    // Numbered from 1, as the player and the status bar number them.
+    measurementLog->setCurrentFrame(shown.index + 1, shown.timestamp);
+    if (recordingPanel->isReplaying())
+        echogram->showFrame(shown);
+    else
+        echogram->addFrame(shown);
+    // What was received is recorded, not the filtered view.
+    frameReceived(frame.image, statusTime);
+}
+
+void MainWindow::followLookOnEchogram()
+{
+    if (!echogram)
+        return;
+    const Options::DisplaySettings look = display->getCurrentDisplaySettings();
+    echogram->setPalette(look.palette);
+    echogram->setPaletteModifier(look.paletteModifier);
+    echogram->setClearColour(look.clearColour);
+    echogram->setAutomaticThresholds(static_cast<float>(clampBox->value()));
+    echogram->setDistanceUnit(distanceUnits[distanceUnitBox->currentIndex()]);
+}
+
+void MainWindow::loadEchogram()
+{
+    if (!recordingPanel->isReplaying())
+        return;
+    const QString path = recordingPanel->getReplayPath();
+    echogramRecording = path;
+    if (!movingTargets.isEnabled()) {
+        echogram->loadRecording(path);
+        return;
+    }
+    QString error;
+    std::unique_ptr<Halcyra::Nereon::Sources::FrameReader> reader
+        = Halcyra::Nereon::Sources::FrameReader::create(path, &error);
+    if (!reader) {
+        statusBar()->showMessage(error, 10000);
+        return;
+    }
+    echogram->loadRecording(MovingTargetFilter::filtered(std::move(reader)));
+}
+
+void MainWindow::learnFromReplay()
+{
+    if (!recordingPanel->isReplaying() || (!movingTargets.isEnabled() && !fishPanel->isCounting()))
+        return;
+    const std::unique_ptr<Halcyra::Nereon::Sources::FrameReader> reader
+        = Halcyra::Nereon::Sources::FrameReader::create(recordingPanel->getReplayPath());
+    if (!reader)
+        return; // the player says why
+    if (movingTargets.isEnabled())
+        movingTargets.learnFrom(*reader);
+    if (fishPanel->isCounting())
+        fishPanel->learnBackground(MovingTargetFilter::sample(*reader));
+}
+
+void MainWindow::goToFrame(int frame)
+{
+    if (recordingPanel->isReplaying())
+        recordingPanel->seekToFrame(frame);
+    else
+        statusBar()->showMessage(
+            tr("Frame %1 was live: only a recording can go back to it").arg(frame + 1), 5000);
+}
+
+void MainWindow::writeMeasurementsFile()
+{
+    if (options.measurementsPath.isEmpty() || measurementsWritten)
+        return;
+    measurementsWritten = true;
+    QString error;
+    if (!measurementLog->exportCsv(options.measurementsPath, &error))
+        std::fprintf(stderr, "%s\n", qPrintable(error));
 }

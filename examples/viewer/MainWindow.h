@@ -1,5 +1,6 @@
 #pragma once
 
+#include "MovingTargetFilter.h"
 #include "SonarConfiguration.h"
 #include "SourceStatus.h"
 #include "ViewerOptions.h"
@@ -28,6 +29,14 @@ class RecordingPanel;
 class QSlider;
 class QSpinBox;
 class SimulatedSonar;
+class EchogramPanel;
+class FishCountPanel;
+class MeasurementsPanel;
+
+namespace Halcyra::Nereon::Views {
+class EchogramDisplay;
+class MeasurementLog;
+} // namespace Halcyra::Nereon::Views
 
 namespace Halcyra::Nereon {
 class NereonImage;
@@ -43,8 +52,9 @@ class ZoomDisplay;
  * recording controls on the left, the display's and the simulated sonar's
  * controls tabbed on the right; the source, its frame rate, the time of the
  * frame shown and the mouse position in the status bar. It fits a 1366 x 768
- * screen; the bottom corners belong to the side docks, so that a dock added
- * at the bottom sits under the fan alone.
+ * screen; the bottom corners belong to the side docks, so that the echogram
+ * sits under the fan alone. The measurements and the fish count are tabs on
+ * the right.
  */
 class MainWindow : public QMainWindow
 {
@@ -90,6 +100,19 @@ private:
     /// `frameTime` is when the frame was taken, microseconds since 1970 UTC (0 if unknown).
     void frameReceived(const Halcyra::Nereon::NereonImage& image, qint64 frameTime = 0);
     void useReplay(bool replay);
+    /// Every frame from any source comes here first: it is counted as it came, filtered,
+    /// then shown. `statusTime` is the time for the status bar (0 when the source has none).
+    void frameArrived(const Halcyra::Nereon::Sources::SourceFrame& frame, qint64 statusTime);
+    void createAnalysisDocks();
+    /// The echogram takes the fan's palette, thresholds and distance unit.
+    void followLookOnEchogram();
+    /// Reads the recording being replayed into the echogram, filtered as the fan is.
+    void loadEchogram();
+    /// What a recording being replayed teaches the filter and the counter before its frames come.
+    void learnFromReplay();
+    /// Shows frame `frame` of the recording being replayed.
+    void goToFrame(int frame);
+    void writeMeasurementsFile();
     /// Shows the simulated sonar's controls only while it is the source, and says which source it is.
     void useSource(SourceStatus::Source source);
     void showSourceStatus();
@@ -163,6 +186,22 @@ private:
     QLabel* timeLabel = nullptr;
     QTimer* statusTimer = nullptr;
     QLabel* positionLabel = nullptr;
+
+    MovingTargetFilter movingTargets;
+    QCheckBox* movingTargetsBox = nullptr;
+    QCheckBox* fishBox = nullptr;
+    EchogramPanel* echogramPanel = nullptr;
+    Halcyra::Nereon::Views::EchogramDisplay* echogram = nullptr;
+    QDockWidget* echogramDock = nullptr;
+    QString echogramRecording; ///< the recording whose echogram is shown or being read
+    Halcyra::Nereon::Views::MeasurementLog* measurementLog = nullptr;
+    MeasurementsPanel* measurementsPanel = nullptr;
+    QDockWidget* measurementsDock = nullptr;
+    FishCountPanel* fishPanel = nullptr;
+    QDockWidget* fishDock = nullptr;
+    int liveFrameNumber = 0; ///< numbers the frames of sources that do not number them
+    int lastCountedFrame = -1;
+    bool measurementsWritten = false;
 
     ViewerOptions options;
     int framesSeen = 0;

@@ -220,6 +220,7 @@ RecordingPanel::RecordingPanel(QWidget* parent)
             return;
         frameTime = frame.timestamp;
         showPosition(frame.index, frame.timestamp - player->getDescription().startTime);
+        emit sourceFrameReplayed(frame);
         emit frameReplayed(frame.image);
     });
     connect(player.get(), &FramePlayer::descriptionChanged, this, [this](const SonarDescription& sonar) {
@@ -251,6 +252,12 @@ RecordingPanel::RecordingPanel(QWidget* parent)
 }
 
 RecordingPanel::~RecordingPanel() = default;
+
+void RecordingPanel::seekToFrame(int frame)
+{
+    if (replaying && frame >= 0)
+        player->seekToFrame(std::min(frame, std::max(0, frameCount - 1)));
+}
 
 void RecordingPanel::record(const NereonImage& frame)
 {

@@ -2,6 +2,7 @@
 
 #include "nereon/NereonImage.h"
 #include "sources/SonarDescription.h"
+#include "sources/SourceFrame.h"
 
 #include <QWidget>
 
@@ -56,6 +57,10 @@ public:
     /// Ends the replay; the viewer goes back to its live source.
     void returnToLive();
     bool isReplaying() const { return replaying; }
+    /// The frame of the replay shown last (zero-based), -1 before the first.
+    int getShownFrame() const { return shownFrame; }
+    /// Shows frame `frame` (zero-based) of the replay; nothing when not replaying.
+    void seekToFrame(int frame);
     /// When the frame last replayed was taken, microseconds since 1970 UTC; 0 if unknown.
     qint64 getFrameTime() const { return frameTime; }
 
@@ -63,6 +68,8 @@ signals:
     void replayStarted();
     void liveRequested();
     void frameReplayed(const Halcyra::Nereon::NereonImage& image);
+    /// The same frame with its number and time, emitted just before frameReplayed().
+    void sourceFrameReplayed(const Halcyra::Nereon::Sources::SourceFrame& frame);
     void replayOpened(int frameCount, qint64 duration);
     void replayFailed(const QString& message);
     /// No further frame comes without a control: at the end (`damageOffset` -1) or at damage.

@@ -50,8 +50,16 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
         "Show the live ARIS sonar with serial number <sonar>, or at the address <sonar> (with :port when it is not "
         "56888).",
         "sonar");
+    const QCommandLineOption echogram("echogram", "Show the echogram under the fan.");
+    const QCommandLineOption movingTargets(
+        "moving-targets", "Show only what moves: echoes above the still background.");
+    const QCommandLineOption measurements(
+        "measurements", "Write the measurements taken to <file> (CSV) when the viewer ends.", "file");
+    const QCommandLineOption countFish("count-fish", "Count the fish passing through the beams.");
+    const QCommandLineOption fish("fish", "Let fish swim through the simulated sonar's scene.");
     parser.addOptions({ screenshot, frames, palette, modifier, beams, despeckle, clamp, zoom, feet, fresh,
-        size, fanOnly, colourScale, autoGrid, record, replay, speed, frame, magnify, magnifyAt, measure, sonar });
+        size, fanOnly, colourScale, autoGrid, record, replay, speed, frame, magnify, magnifyAt, measure,
+        sonar, echogram, movingTargets, measurements, countFish, fish });
 
     if (!parser.parse(arguments)) {
         options.error = parser.errorText();
@@ -145,6 +153,13 @@ ViewerOptions ViewerOptions::parse(const QStringList& arguments)
         return fail("--record needs a file");
     if (parser.isSet(replay) && options.replayPath.isEmpty())
         return fail("--replay needs a file");
+    options.measurementsPath = parser.value(measurements);
+    if (parser.isSet(measurements) && options.measurementsPath.isEmpty())
+        return fail("--measurements needs a file");
+    options.echogram = parser.isSet(echogram);
+    options.movingTargets = parser.isSet(movingTargets);
+    options.countFish = parser.isSet(countFish);
+    options.simulatedFish = parser.isSet(fish);
     options.feet = parser.isSet(feet);
     options.fanOnly = parser.isSet(fanOnly);
     options.colourScale = parser.isSet(colourScale);

@@ -36,6 +36,11 @@ struct ViewerOptions
     bool magnifierAtRangeBearing = false; ///< the centre is magnifierAt, placed once the fan's range is known
     CommandLineNumbers::RangeBearing magnifierAt;
     QLineF measurement; ///< a distance measured on the magnifier, in fan coordinates; null for none
+    bool echogram = false; ///< show the echogram under the fan
+    bool movingTargets = false; ///< show only what moves against the still background
+    QString measurementsPath; ///< write the measurements taken to this CSV file at exit
+    bool countFish = false; ///< count fish passing through the beams
+    bool simulatedFish = false; ///< fish swim through the simulated sonar's scene
     QString error; ///< non-empty when the command line is unusable
     bool helpShown = false;
 

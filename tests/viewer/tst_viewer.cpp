@@ -1,29 +1,42 @@
 #include "DisplaySettingsStore.h"
 #include "FanDisplay.h"
+#include "FanDisplayExtensions.h"
+#include "FanOverlayContext.h"
+#include "FishCountPanel.h"
 #include "LinearUnit.h"
 #include "MagnifierRuler.h"
 #include "MainWindow.h"
-#include "ZoomDisplay.h"
 #include "RecordingPanel.h"
-#include "sources/RecordingReader.h"
-#include "sources/RecordingWriter.h"
 #include "SimulatedSonar.h"
 #include "SonarScene.h"
 #include "SourceStatus.h"
 #include "ViewerOptions.h"
+#include "ZoomDisplay.h"
+#include "sources/ArisWriter.h"
+#include "sources/RecordingReader.h"
+#include "sources/RecordingWriter.h"
+#include "sources/SyntheticPassage.h"
+#include "views/EchogramColumns.h"
+#include "views/EchogramDisplay.h"
+#include "views/FanAnnotations.h"
+#include "views/MeasurementLog.h"
 
 #include "GlTestSupport.h"
 #include "SettingsText.h"
 
 #include <QApplication>
+#include <QCheckBox>
+#include <QDir>
 #include <QDockWidget>
+#include <QFile>
 #include <QLabel>
+#include <QPushButton>
 #include <QScreen>
 #include <QSettings>
 #include <QSignalSpy>
-#include <QPushButton>
 #include <QSlider>
 #include <QSpinBox>
+#include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
@@ -44,6 +57,41 @@ Q_DECLARE_METATYPE(const LinearUnit*)
 Q_DECLARE_METATYPE(SourceStatus::Source)
 
 namespace {
+
+/// Share of a picture in the palette's colours: echoes, where the grid, labels and background are grey
+/// and an empty fan is black.
+double echoShare(const QImage& picture)
+{
+    int coloured = 0;
+    for (int y = 0; y < picture.height(); ++y)
+        for (int x = 0; x < picture.width(); ++x) {
+            const QColor c = picture.pixelColor(x, y);
+            const int top = std::max({ c.red(), c.green(), c.blue() });
+            coloured += top > 150 && top - std::min({ c.red(), c.green(), c.blue() }) > 60;
+        }
+    return double(coloured) / (picture.width() * picture.height());
+}
+
+/// A short ARIS recording of fish passing, written with the frame sources' synthetic passage.
+bool writePassage(const QString& path, int frames, int fish)
+{
+    SyntheticPassageOptions options;
+    options.beams = 48;
+    options.samples = 400;
+    options.frames = frames;
+    options.fish = fish;
+    options.faintFraction = options.crossingFraction = options.briefFraction = 0.0;
+    options.minimumFishSpeed = 1.0;
+    SyntheticPassage passage(options);
+    ArisWriter writer;
+    if (!writer.open(path, passage.getWriterOptions()))
+        return false;
+    SourceFrame frame;
+    while (passage.nextFrame(frame))
+        if (!writer.write(frame))
+            return false;
+    return writer.close();
+}
 
 /// Mean intensity over the samples whose fan position satisfies `inside` (fractions of the range).
 double meanWhere(const NereonImage& image, const SonarConfiguration& configuration,
@@ -501,6 +549,164 @@ private slots:
         QTRY_COMPARE(sourceLabel->text().left(18), QString("Simulated sonar \u00b7 "));
     }
 
+    void switchesTakeEffect()
+    {
+        QTemporaryDir folder;
+        const QString csv = folder.filePath("measurements.csv");
+        const ViewerOptions options
+            = ViewerOptions::parse({ "viewer", "--screenshot", folder.filePath("x.png"), "--echogram",
+                "--moving-targets", "--measurements", csv, "--count-fish", "--fish" });
+        QVERIFY(options.error.isEmpty());
+        {
+            MainWindow window(options);
+            window.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&window));
+            QVERIFY(window.findChild<QDockWidget*>("echogramDock")->isVisible());
+            QVERIFY(window.findChild<QCheckBox*>("simulatedFishBox")->isChecked());
+            QVERIFY(window.findChild<FishCountPanel*>()->isCounting());
+            auto* fan = static_cast<FanDisplay*>(window.centralWidget());
+
+            // The scene barely moves: with only what moves shown, the fan goes dark; without, it lights up
+            // again.
+            auto* filter = window.findChild<QCheckBox*>("movingTargetsBox");
+            QVERIFY(filter->isChecked());
+            auto* echogram = window.findChild<Halcyra::Nereon::Views::EchogramDisplay*>();
+            QTRY_VERIFY(echogram->getColumns().size() > 8); // past the frames in which the model settles
+            const double filtered = echoShare(fan->grabFramebuffer());
+            filter->setChecked(false);
+            QTRY_VERIFY2(echoShare(fan->grabFramebuffer()) > 5 * filtered + 0.01,
+                qPrintable(QString::number(filtered)));
+
+            // A distance dragged across the fan lands in the table.
+            auto* log = window.findChild<Halcyra::Nereon::Views::MeasurementLog*>();
+            auto* table = window.findChild<QTableView*>("measurementTable");
+            QCOMPARE(table->model(), log);
+            // Far out, clear of the magnifier's outline, which a drag would move instead.
+            const auto where = FanDisplayExtensions::contextFor(fan);
+            const QPoint from = where->toPixels(0.8 * where->getRange(), -20.0).toPoint();
+            const QPoint to = where->toPixels(0.85 * where->getRange(), 15.0).toPoint();
+            QTest::mousePress(fan, Qt::LeftButton, {}, from);
+            QMouseEvent move(QEvent::MouseMove, to, fan->mapToGlobal(to), Qt::NoButton, Qt::LeftButton, {});
+            QCoreApplication::sendEvent(fan, &move);
+            QTest::mouseRelease(fan, Qt::LeftButton, {}, to);
+            QTRY_COMPARE(log->rowCount(), 1);
+            QVERIFY(log->getEntries().front().frame >= 0);
+            QCOMPARE(
+                log->data(log->index(0, Halcyra::Nereon::Views::MeasurementLog::WidgetColumn)).toString(),
+                QString("display"));
+        }
+        // Written when the viewer ends: the header and the measurement.
+        QFile file(csv);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll().count('\n'), 2);
+    }
+
+    void countsFishInARecording()
+    {
+        QTemporaryDir folder;
+        const QString path = folder.filePath("passage.aris");
+        QVERIFY(writePassage(path, 200, 3));
+        ViewerOptions options;
+        options.useSavedSettings = false;
+        options.countFish = true;
+        options.replayPath = path;
+        options.replaySpeed = 4.0;
+        MainWindow window(options);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        auto* panel = window.findChild<FishCountPanel*>();
+        QTRY_VERIFY_WITH_TIMEOUT(panel->getMarks().getCount() > 0, 20000);
+        // Counted by the end of the recording, and written out as one row a fish.
+        QTRY_VERIFY_WITH_TIMEOUT(panel->getUpstream() + panel->getDownstream() > 0, 30000);
+        QVERIFY(panel->exportCsv(folder.path()));
+        QFile fish(folder.filePath("fish.csv"));
+        QVERIFY(fish.open(QIODevice::ReadOnly));
+        QCOMPARE(int(fish.readAll().count('\n')), 1 + int(panel->getFish().size()));
+        QVERIFY(QFile(folder.filePath("tracks.csv")).size() > 0);
+    }
+
+    void echogramAndLogGoToTheirFrame()
+    {
+        QTemporaryDir folder;
+        const QString path = folder.filePath("passage.aris");
+        QVERIFY(writePassage(path, 60, 1));
+        ViewerOptions options;
+        options.useSavedSettings = false;
+        options.echogram = true;
+        options.replayPath = path;
+        options.replayFrame = 0;
+        MainWindow window(options);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        auto* panel = window.findChild<RecordingPanel*>();
+        auto* echogram = window.findChild<Halcyra::Nereon::Views::EchogramDisplay*>();
+        QTRY_VERIFY(!echogram->isLoading() && echogram->getColumns().size() == 60);
+
+        // A click on the echogram shows the frame under it, and the cursor follows.
+        QTest::mouseClick(
+            echogram, Qt::LeftButton, {}, QPoint(echogram->columnToPixel(40), echogram->height() / 2));
+        QTRY_COMPARE(panel->getShownFrame(), 40);
+        QTRY_COMPARE(echogram->getCursorFrame(), 40);
+
+        // The log numbers frames as the player does, from 1; a double click goes back to the frame.
+        auto* log = window.findChild<Halcyra::Nereon::Views::MeasurementLog*>();
+        Halcyra::Nereon::Views::MeasurementLog::Entry entry;
+        entry.frame = 13;
+        log->append(entry);
+        auto* table = window.findChild<QTableView*>("measurementTable");
+        window.findChild<QDockWidget*>("measurementsDock")->raise();
+        QTRY_VERIFY(table->isVisible());
+        const QPoint at = table->visualRect(log->index(0, 0)).center();
+        // QtTest's double click alone lacks the first click a user makes.
+        QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, at);
+        QTest::mouseDClick(table->viewport(), Qt::LeftButton, {}, at);
+        QTRY_COMPARE(panel->getShownFrame(), 12);
+    }
+
+    void offLeavesThePictureAsItWas()
+    {
+        QTemporaryDir folder;
+        const QString path = folder.filePath("passage.aris");
+        QVERIFY(writePassage(path, 40, 2));
+        ViewerOptions options;
+        options.useSavedSettings = false;
+        options.replayPath = path;
+        options.replayFrame = 20;
+        MainWindow window(options);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        auto* fan = static_cast<FanDisplay*>(window.centralWidget());
+        auto* panel = window.findChild<RecordingPanel*>();
+        QTRY_COMPARE(panel->getShownFrame(), 20);
+        QTest::qWait(200);
+        const QImage before = fan->grabFramebuffer();
+
+        // The filter and the count, on and off again while paused: the same frame, the same picture.
+        auto* filter = window.findChild<QCheckBox*>("movingTargetsBox");
+        auto* count = window.findChild<QCheckBox*>("countFishBox");
+        filter->setChecked(true);
+        count->setChecked(true);
+        QTRY_VERIFY(echoShare(fan->grabFramebuffer()) < echoShare(before) / 5);
+        filter->setChecked(false);
+        count->setChecked(false);
+        QTRY_VERIFY(echoShare(fan->grabFramebuffer()) > echoShare(before) / 2);
+        // Automatic thresholds follow the frames, so allow a slight shift of colour.
+        const QImage after = fan->grabFramebuffer();
+        int changed = 0;
+        for (int y = 0; y < after.height(); ++y)
+            for (int x = 0; x < after.width(); ++x) {
+                const QRgb a = after.pixel(x, y);
+                const QRgb b = before.pixel(x, y);
+                changed += std::max({ std::abs(qRed(a) - qRed(b)), std::abs(qGreen(a) - qGreen(b)),
+                               std::abs(qBlue(a) - qBlue(b)) })
+                    > 12;
+            }
+        if (changed > after.width() * after.height() / 200) {
+            after.save(QDir::temp().filePath("viewer-after-toggling.png"));
+            QFAIL(qPrintable(QString("%1 pixels changed: see viewer-after-toggling.png").arg(changed)));
+        }
+    }
+
     void commandLine_data()
     {
         QTest::addColumn<QStringList>("arguments");
@@ -521,15 +727,18 @@ private slots:
             << QStringList { "viewer", "fish.aris", "--frame", "3", "--magnify", "8", "--magnify-at", "0,0.5",
                    "--measure", "0,0.4,0.02,0.41" }
             << true << -1 << 0 << true;
+        QTest::newRow("echogram, filter, measurements and counting") << QStringList { "viewer", "--echogram",
+            "--moving-targets", "--measurements", "m.csv", "--count-fish", "--fish" }
+                                                                     << true << -1 << 0 << true;
         QTest::newRow("magnifier at a range and bearing")
             << QStringList { "viewer", "--magnify-at", "16ft,-10deg" } << true << -1 << 0 << true;
-        for (const QStringList& refused :
-            { QStringList { "--palette", "8" }, { "--beams", "300" }, { "--size", "100x100" }, { "--bogus" },
-                { "--replay", "b.nrec", "--speed", "0" }, { "--replay", "" }, { "a.aris", "b.aris" },
-                { "a.aris", "--replay", "b.aris" }, { "--frame", "2" }, { "a.aris", "--frame", "0" },
-                { "--magnify", "11" }, { "--measure", "1,2" }, { "--magnify-at", "x,1" },
-                { "--magnify-at", "5,-3deg" }, { "--magnify-at", "5m,-300deg" }, { "--magnify-at", "-5m,3deg" },
-                { "--sonar", "1098", "--replay", "b.nrec" }, { "--sonar", " " } })
+        for (const QStringList& refused : { QStringList { "--palette", "8" }, { "--beams", "300" },
+                 { "--size", "100x100" }, { "--bogus" }, { "--replay", "b.nrec", "--speed", "0" },
+                 { "--replay", "" }, { "a.aris", "b.aris" }, { "a.aris", "--replay", "b.aris" },
+                 { "--frame", "2" }, { "a.aris", "--frame", "0" }, { "--magnify", "11" },
+                 { "--measure", "1,2" }, { "--magnify-at", "x,1" }, { "--magnify-at", "5,-3deg" },
+                 { "--magnify-at", "5m,-300deg" }, { "--magnify-at", "-5m,3deg" },
+                 { "--sonar", "1098", "--replay", "b.nrec" }, { "--sonar", " " }, { "--measurements", "" } })
             QTest::newRow(qPrintable(refused.join(' ')))
                 << QStringList("viewer") + refused << false << -1 << 0 << true;
     }
@@ -551,6 +760,10 @@ private slots:
             QCOMPARE(options.magnifierSteps, 7); // 8x
             QCOMPARE(options.magnifierCentre, QPointF(0, 0.5));
             QCOMPARE(options.measurement, QLineF(0, 0.4, 0.02, 0.41));
+        }
+        if (arguments.contains("--count-fish")) {
+            QVERIFY(options.echogram && options.movingTargets && options.countFish && options.simulatedFish);
+            QCOMPARE(options.measurementsPath, QString("m.csv"));
         }
         if (options.magnifierAtRangeBearing) {
             QCOMPARE(options.magnifierAt.range, 16 * 0.3048);
