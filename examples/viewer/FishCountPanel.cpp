@@ -1,5 +1,6 @@
 #include "FishCountPanel.h"
 
+#include "analysis/FishCsv.h"
 #include "analysis/LiveFishCounter.h"
 #include "views/FanAnnotations.h"
 
@@ -33,31 +34,6 @@ constexpr int mostFramesWaiting = 30;
 
 const QColor fishColour(255, 220, 0);
 const QColor lineColour(0, 220, 255);
-
-QString utc(std::int64_t microseconds)
-{
-    const QDateTime time = QDateTime::fromMSecsSinceEpoch(microseconds / 1000, Qt::UTC);
-    return time.toString("yyyy-MM-ddTHH:mm:ss.")
-        + QString("%1Z").arg(microseconds % 1000000, 6, 10, QChar('0'));
-}
-
-/// Writes `rows` under `header` to `path` in one go; false with the reason on failure.
-bool writeCsv(const QString& path, const QString& header, const QStringList& rows, QString* error)
-{
-    QSaveFile file(path);
-    if (file.open(QIODevice::WriteOnly | QIODevice::Text)) {
-        QTextStream out(&file);
-        out << header << '\n';
-        for (const QString& row : rows)
-            out << row << '\n';
-        out.flush();
-        if (file.commit())
-            return true;
-    }
-    if (error)
-        *error = QObject::tr("Cannot write %1: %2").arg(QDir::toNativeSeparators(path), file.errorString());
-    return false;
-}
 
 } // namespace
 
@@ -263,42 +239,17 @@ void FishCountPanel::showCounts()
 bool FishCountPanel::exportCsv(const QString& folder, QString* error) const
 {
     const QDir dir(folder);
-    QStringList rows;
     std::set<int> counted;
-    for (const FishRecord& f : fish) {
+    for (const FishRecord& f : fish)
         counted.insert(f.id);
-        rows << QStringLiteral("%1,%2,%3,%4,%5,%6,%7,%8,%9,%10,%11")
-                    .arg(f.id)
-                    .arg(f.firstFrame)
-                    .arg(f.lastFrame)
-                    .arg(utc(f.firstTime), utc(f.lastTime), f.direction == Direction::Up ? "up" : "down")
-                    .arg(f.lengthM, 0, 'f', 3)
-                    .arg(f.rangeM, 0, 'f', 3)
-                    .arg(f.bearingDeg, 0, 'f', 2)
-                    .arg(f.speedMS, 0, 'f', 3)
-                    .arg(f.detections);
-    }
-    if (!writeCsv(dir.filePath("fish.csv"),
-            "id,first_frame,last_frame,first_time,last_time,direction,length_m,range_m,bearing_deg,speed_m_s,"
-            "detections",
-            rows, error))
-        return false;
-    rows.clear();
     // Tracks that never became a counted fish are left out, as in a recording's count.
+    std::vector<TrackPoint> countedPoints;
     for (const TrackPoint& p : points) {
-        if (!counted.count(p.fishId))
-            continue;
-        rows << QStringLiteral("%1,%2,%3,%4,%5,%6,%7")
-                    .arg(p.fishId)
-                    .arg(p.frame)
-                    .arg(utc(p.time))
-                    .arg(p.rangeM, 0, 'f', 3)
-                    .arg(p.bearingDeg, 0, 'f', 2)
-                    .arg(p.lengthM, 0, 'f', 3)
-                    .arg(p.detected ? 1 : 0);
+        if (counted.count(p.fishId))
+            countedPoints.push_back(p);
     }
-    return writeCsv(
-        dir.filePath("tracks.csv"), "fish_id,frame,time,range_m,bearing_deg,length_m,detected", rows, error);
+    return FishCsv::writeFish(dir.filePath("fish.csv"), fish, error)
+        && FishCsv::writeTracks(dir.filePath("tracks.csv"), countedPoints, error);
 }
 
 void FishCountPanel::chooseExportFolder()

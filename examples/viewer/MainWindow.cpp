@@ -525,6 +525,9 @@ void MainWindow::showLook()
     zoomBox->setValue(display->getZoomLevel());
     showColour(clearColourButton, look.clearColour);
     showColour(textColourButton, look.textColour);
+    // The magnifier's green outline is hard to see on the blue palettes: yellow there.
+    const bool blue = look.palette == Options::Blue || look.palette == Options::Aqua;
+    FanDisplayExtensions::setMagnifierOutlineColour(display, blue ? QColor(255, 210, 0) : QColor());
     followLookOnEchogram();
 }
 
