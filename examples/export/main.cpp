@@ -175,17 +175,22 @@ QString formatDuration(double seconds)
     return QString::asprintf("%d:%02d", s / 60, s % 60);
 }
 
+/// The platform Qt is told to use first: "name:arguments", or a list "a;b" of which Qt
+/// takes the first that loads.
+QByteArray requestedPlatform()
+{
+    return qgetenv("QT_QPA_PLATFORM").split(';').first().split(':').first().trimmed();
+}
+
 /// Whether Qt would find no screen to draw on without a server of our own: no X display,
-/// and a platform that draws through one. Qt's default is xcb unless Wayland is there; the
-/// offscreen platform makes its GL contexts through an X server too.
+/// and a platform that draws through one. Qt's default is xcb unless Wayland is there;
+/// the offscreen platform is drawn through xcb (see main).
 bool needsPrivateServer()
 {
     const char* display = std::getenv("DISPLAY");
     if (display && *display)
         return false;
-    const QByteArray platforms = qgetenv("QT_QPA_PLATFORM");
-    // "name:arguments", or a list "a;b" of which Qt takes the first that loads.
-    const QByteArray first = platforms.split(';').first().split(':').first().trimmed();
+    const QByteArray first = requestedPlatform();
     if (first.isEmpty()) {
         const char* wayland = std::getenv("WAYLAND_DISPLAY");
         return !wayland || !*wayland;
@@ -218,6 +223,11 @@ int main(int argc, char* argv[])
             return Failure;
         }
     }
+    // Scripts often ask for the offscreen platform to stay off screen; pictures need GL
+    // contexts, which that platform does not make with every Qt, so they are drawn
+    // through xcb on the X server (ours if there was none), which shows nothing either.
+    if (requestedPlatform() == "offscreen")
+        qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication application(argc, argv);
     ViewerLook look;
     application.installEventFilter(&look);
