@@ -1,6 +1,7 @@
 // nereon-count: counts the fish passing in sonar recordings, one recording per
 // core, into CSV files for each recording and a summary of the run.
 
+#include "CommandLineNumbers.h"
 #include "analysis/FishCsv.h"
 #include "analysis/RecordingCounter.h"
 
@@ -24,6 +25,8 @@
 #include <unistd.h>
 
 using namespace Halcyra::Nereon::Analysis;
+using CommandLineNumbers::toInteger;
+using CommandLineNumbers::toNumber;
 
 namespace {
 
@@ -44,25 +47,6 @@ struct CommandLine
     QString error;
     bool help = false;
 };
-
-bool toNumber(const QString& text, double low, double high, double& value)
-{
-    bool ok = false;
-    const double v = text.trimmed().toDouble(&ok);
-    if (!ok || !std::isfinite(v) || v < low || v > high)
-        return false;
-    value = v;
-    return true;
-}
-
-bool toInteger(const QString& text, int low, int high, int& value)
-{
-    double v = 0.0;
-    if (!toNumber(text, low, high, v) || v != std::floor(v))
-        return false;
-    value = int(v);
-    return true;
-}
 
 /// One --direction value: which way is upstream, or the line fish cross.
 bool applyDirection(const QString& text, CountOptions& options)

@@ -2,6 +2,7 @@
 // and with --truth where every fish is in every frame, for trying the viewer, the
 // fake sonar and fish counting without a real recording.
 
+#include "CommandLineNumbers.h"
 #include "sources/ArisWriter.h"
 #include "sources/SyntheticPassage.h"
 
@@ -76,9 +77,8 @@ int main(int argc, char* argv[])
     const auto integer = [&](const QCommandLineOption& option, int& value, int minimum, int maximum) {
         if (!ok || !parser.isSet(option))
             return;
-        bool valid = false;
-        const int given = parser.value(option).toInt(&valid);
-        if (!valid || given < minimum || given > maximum) {
+        int given = 0;
+        if (!CommandLineNumbers::toInteger(parser.value(option), minimum, maximum, given)) {
             ok = false;
             mistake(QStringLiteral("--%1 takes a whole number from %2 to %3, not \"%4\"")
                         .arg(option.names().first())
@@ -92,9 +92,8 @@ int main(int argc, char* argv[])
     const auto real = [&](const QCommandLineOption& option, double& value, double minimum, double maximum) {
         if (!ok || !parser.isSet(option))
             return;
-        bool valid = false;
-        const double given = parser.value(option).toDouble(&valid);
-        if (!valid || !std::isfinite(given) || given < minimum || given > maximum) {
+        double given = 0.0;
+        if (!CommandLineNumbers::toNumber(parser.value(option), minimum, maximum, given)) {
             ok = false;
             mistake(QStringLiteral("--%1 takes a number from %2 to %3, not \"%4\"")
                         .arg(option.names().first())
