@@ -35,6 +35,7 @@
 #include <QSettings>
 #include <QSignalSpy>
 #include <QSlider>
+#include <QOpenGLWidget>
 #include <QSpinBox>
 #include <QTableView>
 #include <QTemporaryDir>
@@ -470,8 +471,10 @@ private slots:
         ViewerOptions options;
         options.useSavedSettings = false;
         MainWindow window(options);
-        window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QVERIFY(TestSupport::showExposed(window));
+        // The fan's context exists once it has painted; pin the driver only then.
+        QTRY_VERIFY(window.findChild<QOpenGLWidget*>()->isValid());
+        TestSupport::keepGlDriverLoaded();
         const QRect available = window.screen()->availableGeometry();
         QVERIFY(available.contains(window.frameGeometry()));
         // With a task bar and a window manager's title bar, the smallest window still fits.
