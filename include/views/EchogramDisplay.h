@@ -26,6 +26,8 @@ struct SourceFrame;
 
 namespace Halcyra::Nereon::Views {
 
+class EchogramMark;
+
 /**
  * An echogram: one column per frame, time running to the right and range
  * running up, each pixel the strongest echo of any beam at that range (or the
@@ -113,6 +115,20 @@ public:
 
     /// The frame marked by the cursor, -1 for none.
     int getCursorFrame() const;
+
+    /**
+     * Draws `mark` over the picture, following zoom and pan, where its frames are kept; returns
+     * its id (from 1 on, never reused while the widget lives).
+     */
+    int addMark(const EchogramMark& mark);
+    /// Replaces the mark `id` by `mark`; false when there is no such mark.
+    bool updateMark(int id, const EchogramMark& mark);
+    /// Takes the mark `id` away; false when there is no such mark.
+    bool removeMark(int id);
+    /// Takes every mark away.
+    void clearMarks();
+    /// Marks drawn.
+    int getMarkCount() const;
 
 signals:
     /// The user clicked or dragged over the frame `frame` taken at `timestampUs` (µs since 1970 UTC).

@@ -3,24 +3,37 @@
 #include "EchogramPyramid.h"
 #include "EchogramRenderer.h"
 #include "views/EchogramDisplay.h"
+#include "views/EchogramMark.h"
 
 #include <QColor>
 #include <QMetaObject>
 #include <QPoint>
+#include <QPolygon>
 #include <QRect>
 #include <QString>
 
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <thread>
 #include <vector>
+
+class QPainter;
 
 namespace Halcyra::Nereon::Views {
 
 class EchogramDisplay::EchogramDisplayPrivate
 {
 public:
+    /// A mark with the span of its drawable points, for passing over marks out of view cheaply.
+    struct StoredMark
+    {
+        EchogramMark mark;
+        std::int64_t least = 0;
+        std::int64_t most = -1; // below least: nothing to draw
+    };
+
     enum class Drag
     {
         None,
@@ -56,6 +69,10 @@ public:
         bool completed, const QString& message);
 
     void paintLabels();
+    static StoredMark storeMark(const EchogramMark& mark);
+    /// The kept, non-break column at a mark's position, or -1.
+    std::int64_t markColumn(EchogramMark::Axis axis, std::int64_t position) const;
+    void paintMarks(QPainter& painter, const QRect& plot);
 
     EchogramDisplay& q;
     EchogramColumns columns;
@@ -96,6 +113,11 @@ public:
     QColor textColour = QColor(200, 200, 200);
     QColor cursorColour = QColor(0, 255, 255);
     const DataProcessing::Units::AbstractUnit* distanceUnit = nullptr;
+
+    // Marks over the picture, drawn in the order added.
+    std::map<int, StoredMark> marks;
+    int nextMarkId = 1;
+    QPolygon markLine; // scratch, kept to spare allocations
 
     // Mouse.
     Drag drag = Drag::None;
