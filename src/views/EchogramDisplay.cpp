@@ -421,7 +421,7 @@ void EchogramDisplay::EchogramDisplayPrivate::paintLabels()
         }
     }
 
-    paintMarks(painter, plot);
+    paintMarkLabels(painter, plot);
 
     if (const std::int64_t column = cursorColumn(); column >= 0) {
         const int x = q.columnToPixel(column);
@@ -471,8 +471,10 @@ std::int64_t EchogramDisplay::EchogramDisplayPrivate::markColumn(
     return column >= columns.getFirstColumn() && column < end && !columns.isBreak(column) ? column : -1;
 }
 
-void EchogramDisplay::EchogramDisplayPrivate::paintMarks(QPainter& painter, const QRect& plot)
+void EchogramDisplay::EchogramDisplayPrivate::prepareMarks(const QRect& plot)
 {
+    markVertices.clear();
+    markLabels.clear();
     if (marks.empty() || columns.isEmpty() || !(largestRange > 0.0f))
         return;
     // The span shown, a column wider each side so that lines leaving the picture reach its edges.
@@ -490,48 +492,71 @@ void EchogramDisplay::EchogramDisplayPrivate::paintMarks(QPainter& painter, cons
     const double xScale = plot.width() / viewCount;
     const double yScale = plot.height() / static_cast<double>(largestRange);
     const double bottom = plot.top() + plot.height();
-    // Far beyond the widget but well inside int: QPainter clips the rest.
+    // Far beyond the widget but well inside a float's exact integers: the scissor clips the rest.
     constexpr double farOut = 1.0e6;
 
-    painter.save();
-    painter.setClipRect(plot);
-    painter.setRenderHint(QPainter::Antialiasing, false);
-    painter.setBrush(Qt::NoBrush);
-    const QFontMetrics metrics(q.font());
+    EchogramRenderer::LineVertex vertex;
+    const auto addVertex = [&](QPoint at) {
+        vertex.x = static_cast<GLfloat>(at.x()) + 0.5f;
+        vertex.y = static_cast<GLfloat>(at.y()) + 0.5f;
+        markVertices.push_back(vertex);
+    };
     for (const auto& [id, stored] : marks) {
         const bool byFrame = stored.mark.getAxis() == EchogramMark::Axis::Frame;
         if (stored.most < (byFrame ? framesFrom : timesFrom) || stored.least > (byFrame ? framesTo : timesTo))
             continue;
-        painter.setPen(QPen(stored.mark.getColour(), 2.0));
-        QPoint last(-1, -1);
+        const QColor colour = stored.mark.getColour();
+        vertex.colour[0] = static_cast<GLubyte>(colour.red());
+        vertex.colour[1] = static_cast<GLubyte>(colour.green());
+        vertex.colour[2] = static_cast<GLubyte>(colour.blue());
+        bool inRun = false;
         bool drawn = false;
-        const auto flush = [&]() {
-            if (markLine.size() == 1)
-                painter.drawPoint(markLine.front());
-            else if (markLine.size() > 1)
-                painter.drawPolyline(markLine);
-            drawn = drawn || !markLine.isEmpty();
-            markLine.clear();
+        QPoint last;
+        // A segment's far end is left out by GL: a run ends with a pixel-long segment of its own.
+        const auto endRun = [&]() {
+            if (inRun) {
+                addVertex(last);
+                addVertex(last + QPoint(1, 0));
+            }
+            inRun = false;
         };
         for (const EchogramMark::Point& point : stored.mark.getPoints()) {
             const std::int64_t column
                 = std::isfinite(point.rangeMetres) ? markColumn(stored.mark.getAxis(), point.position) : -1;
             if (column < 0) {
-                flush();
+                endRun();
                 continue;
             }
             const double x = plot.left() + (static_cast<double>(column) + 0.5 - viewFirst) * xScale;
             const double y = bottom - point.rangeMetres * yScale;
             const QPoint at(static_cast<int>(std::floor(std::clamp(x, -farOut, farOut))),
                 static_cast<int>(std::floor(std::clamp(y, -farOut, farOut))));
-            // Zoomed out, many frames share a pixel: one vertex does for them.
-            if (markLine.isEmpty() || markLine.back() != at)
-                markLine.append(at);
+            if (inRun) {
+                // Zoomed out, many frames share a pixel: one vertex does for them.
+                if (at == last)
+                    continue;
+                addVertex(last);
+                addVertex(at);
+            }
             last = at;
+            inRun = true;
+            drawn = true;
         }
-        flush();
+        endRun();
         if (drawn && !stored.mark.getLabel().isEmpty() && plot.contains(last))
-            painter.drawText(last + QPoint(4, -4), stored.mark.getLabel());
+            markLabels.push_back({ last, colour, stored.mark.getLabel() });
+    }
+}
+
+void EchogramDisplay::EchogramDisplayPrivate::paintMarkLabels(QPainter& painter, const QRect& plot)
+{
+    if (markLabels.empty())
+        return;
+    painter.save();
+    painter.setClipRect(plot);
+    for (const MarkLabel& label : markLabels) {
+        painter.setPen(label.colour);
+        painter.drawText(label.at + QPoint(4, -4), label.text);
     }
     painter.restore();
 }
@@ -915,6 +940,10 @@ void EchogramDisplay::paintGL()
             2.0 * plot.width() / w, 2.0 * plot.height() / h);
         d->renderer.draw(clip, d->strip, d->viewFirst - static_cast<double>(d->strip.first), d->viewCount,
             d->largestRange, d->clearColour, d->breakColour);
+        d->prepareMarks(plot);
+        d->renderer.drawLines(d->markVertices, width(), height(), plot, devicePixelRatioF());
+    } else {
+        d->markLabels.clear();
     }
     d->paintLabels();
 }

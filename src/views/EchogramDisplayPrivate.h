@@ -8,7 +8,6 @@
 #include <QColor>
 #include <QMetaObject>
 #include <QPoint>
-#include <QPolygon>
 #include <QRect>
 #include <QString>
 
@@ -72,7 +71,10 @@ public:
     static StoredMark storeMark(const EchogramMark& mark);
     /// The kept, non-break column at a mark's position, or -1.
     std::int64_t markColumn(EchogramMark::Axis axis, std::int64_t position) const;
-    void paintMarks(QPainter& painter, const QRect& plot);
+    /// Gathers the segments and labels of the marks in view, for plot rectangle `plot`.
+    void prepareMarks(const QRect& plot);
+    /// The labels prepareMarks() found room for.
+    void paintMarkLabels(QPainter& painter, const QRect& plot);
 
     EchogramDisplay& q;
     EchogramColumns columns;
@@ -117,7 +119,15 @@ public:
     // Marks over the picture, drawn in the order added.
     std::map<int, StoredMark> marks;
     int nextMarkId = 1;
-    QPolygon markLine; // scratch, kept to spare allocations
+    struct MarkLabel
+    {
+        QPoint at;
+        QColor colour;
+        QString text;
+    };
+    // What the next paint draws of the marks, kept to spare allocations.
+    std::vector<EchogramRenderer::LineVertex> markVertices;
+    std::vector<MarkLabel> markLabels;
 
     // Mouse.
     Drag drag = Drag::None;
