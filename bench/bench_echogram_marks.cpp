@@ -52,7 +52,8 @@ std::vector<NereonImage> makeFrames(int beams, int rangeLines, int count)
     std::vector<NereonImage> frames;
     std::uint32_t noise = 12345;
     for (int f = 0; f < count; ++f) {
-        std::vector<std::uint8_t> data(static_cast<std::size_t>(beams) * static_cast<std::size_t>(rangeLines));
+        std::vector<std::uint8_t> data(
+            static_cast<std::size_t>(beams) * static_cast<std::size_t>(rangeLines));
         for (std::uint8_t& value : data) {
             noise = noise * 1664525u + 1013904223u;
             value = static_cast<std::uint8_t>(20 + (noise >> 26));
@@ -115,7 +116,8 @@ void BM_EchogramMarks(benchmark::State& state)
             return;
         }
         int* counter = &swaps[s];
-        counting[s] = QObject::connect(shown[s].get(), &QOpenGLWidget::frameSwapped, [counter] { ++*counter; });
+        counting[s]
+            = QObject::connect(shown[s].get(), &QOpenGLWidget::frameSwapped, [counter] { ++*counter; });
         for (int f = 0; f < keptFrames; ++f)
             shown[s]->addImage(frames[std::size_t(f) % frames.size()], 100000LL * f);
         for (int i = 0; i < counts[s]; ++i)
@@ -135,7 +137,8 @@ void BM_EchogramMarks(benchmark::State& state)
             const double cpuBefore = threadCpuMs();
             const auto start = std::chrono::steady_clock::now();
             paint(echogram, swaps[s], [&] { echogram.addImage(frame, time); });
-            wallMs[s] += std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+            wallMs[s] += std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+                             .count();
             cpuMs[s] += threadCpuMs() - cpuBefore;
         }
         ++next;

@@ -102,7 +102,8 @@ private:
     int downstream = 0;
     std::vector<Halcyra::Nereon::Analysis::FishRecord> fish;
     std::vector<Halcyra::Nereon::Analysis::TrackPoint> points;
-    /// On the echogram: each confirmed track's points so far, and the echogram's id of its mark (0: not shown).
+    /// On the echogram: each confirmed track's points so far, and the echogram's id of its mark (0: not
+    /// shown).
     struct EchogramTrack
     {
         Halcyra::Nereon::Views::EchogramMark mark;

@@ -46,6 +46,9 @@ class EchogramMark;
  * sample count or range starts a new segment after a break drawn in
  * getBreakColour(). Frames that cannot be drawn are ignored.
  *
+ * Tracks can be drawn over the picture (addMark(), see EchogramMark): a line
+ * through the columns of their frames at their ranges, where those frames are kept.
+ *
  * Memory: getRangeBins() + 16 bytes a frame, and for a recording about 7 % more
  * for the coarser copies that keep zooming out fast: a day-long recording of a
  * million frames at 256 bins takes about 290 MB.

@@ -35,7 +35,8 @@ public:
     /// An empty mark placed by frame number, yellow, without a label.
     EchogramMark() = default;
     /// An empty mark placed along `axis`.
-    explicit EchogramMark(Axis axis, const QColor& colour = QColor(255, 220, 0), const QString& label = QString());
+    explicit EchogramMark(
+        Axis axis, const QColor& colour = QColor(255, 220, 0), const QString& label = QString());
 
     Axis getAxis() const { return axis; }
     void setAxis(Axis newAxis) { axis = newAxis; }

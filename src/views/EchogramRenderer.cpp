@@ -285,8 +285,10 @@ void EchogramRenderer::drawLines(
         glDrawArrays(GL_LINES, 0, count);
         glLineWidth(1.0f);
     } else {
-        // One-pixel lines drawn again a pixel across and a pixel down: two pixels wide whichever way they run.
-        for (const QVector2D shift : { QVector2D(0.0f, 0.0f), QVector2D(1.0f, 0.0f), QVector2D(0.0f, 1.0f) }) {
+        // One-pixel lines drawn again a pixel across and a pixel down: two pixels wide whichever way they
+        // run.
+        for (const QVector2D shift :
+            { QVector2D(0.0f, 0.0f), QVector2D(1.0f, 0.0f), QVector2D(0.0f, 1.0f) }) {
             lineProgram.setUniformValue("shift", shift);
             glDrawArrays(GL_LINES, 0, count);
         }

@@ -18,7 +18,8 @@ namespace Halcyra::Nereon::Views {
  * Draws an echogram from a strip of columns held in GL: a texture with one row
  * of range bins per slot, a texture of each slot's range, and the colour table.
  * Slots are written one at a time, so a live frame costs the upload of its
- * column only; the strip wraps around for a scrolling window.
+ * column only; the strip wraps around for a scrolling window. Marks over the
+ * picture are line segments, all drawn at once.
  *
  * A plain engine driven by EchogramDisplay: initialise(), write, draw and
  * destroy() all need the widget's context current.
@@ -76,8 +77,8 @@ public:
      * down), two pixels wide, inside `clip` (widget pixels) only. `pixelRatio`: framebuffer
      * pixels per widget pixel.
      */
-    void drawLines(const std::vector<LineVertex>& vertices, int width, int height, const QRect& clip,
-        qreal pixelRatio);
+    void drawLines(
+        const std::vector<LineVertex>& vertices, int width, int height, const QRect& clip, qreal pixelRatio);
 
 private:
     QOpenGLShaderProgram program;

@@ -373,7 +373,8 @@ private slots:
         echogram.resize(250, 160);
         QVERIFY(TestSupport::showExposed(echogram));
         // Brighter with range, so that the bare picture says which row shows which range.
-        const NereonImage ramp = TestSupport::makeFrame(8, 50, 5.0, [](int, int line) { return std::uint8_t(line * 5); });
+        const NereonImage ramp
+            = TestSupport::makeFrame(8, 50, 5.0, [](int, int line) { return std::uint8_t(line * 5); });
         for (int i = 0; i < 1000; ++i)
             echogram.addFrame({ ramp, 500 + i, 1000000LL * i, 0.0, 0 });
         echogram.setVisibleColumns(first, count);
