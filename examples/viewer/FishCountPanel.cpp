@@ -2,6 +2,7 @@
 
 #include "analysis/FishCsv.h"
 #include "analysis/LiveFishCounter.h"
+#include "views/EchogramDisplay.h"
 #include "views/FanAnnotations.h"
 
 #include "FanDisplay.h"
@@ -24,6 +25,8 @@
 
 using namespace Halcyra::Nereon::Analysis;
 using Halcyra::Nereon::Sources::SourceFrame;
+using Halcyra::Nereon::Views::EchogramDisplay;
+using Halcyra::Nereon::Views::EchogramMark;
 using Halcyra::Nereon::Views::FanAnnotations;
 
 namespace {
@@ -131,6 +134,12 @@ void FishCountPanel::setOptions(const CountOptions& countOptions)
     connect(counter, &LiveFishCounter::tracksUpdated, this, &FishCountPanel::showTracks);
     connect(counter, &LiveFishCounter::fishCounted, this, [this](const FishRecord& record) {
         fish.push_back(record);
+        if (const auto found = echogramTracks.find(record.id); found != echogramTracks.end()) {
+            found->second.counted = true;
+            found->second.mark.setLabel(
+                QStringLiteral("%1 \u00b7 %2 m").arg(record.id).arg(record.lengthM, 0, 'f', 2));
+            showOnEchogram(record.id);
+        }
         lengthLabel->setText(tr("%1 m, %2")
                                  .arg(record.lengthM, 0, 'f', 2)
                                  .arg(record.direction == Direction::Up ? tr("up") : tr("down")));
@@ -179,8 +188,35 @@ void FishCountPanel::restart()
     upstream = downstream = 0;
     lengthLabel->setText(QStringLiteral("\u2013"));
     marks->clear();
+    clearEchogram();
     showCounts();
     showTracks({});
+}
+
+void FishCountPanel::setEchogram(EchogramDisplay* display)
+{
+    clearEchogram();
+    echogram = display;
+}
+
+void FishCountPanel::showOnEchogram(int trackId)
+{
+    EchogramTrack& track = echogramTracks[trackId];
+    if (!echogram)
+        return;
+    if (track.markId == 0 || !echogram->updateMark(track.markId, track.mark))
+        track.markId = echogram->addMark(track.mark);
+}
+
+void FishCountPanel::clearEchogram()
+{
+    if (echogram) {
+        for (const auto& [id, track] : echogramTracks) {
+            if (track.markId != 0)
+                echogram->removeMark(track.markId);
+        }
+    }
+    echogramTracks.clear();
 }
 
 void FishCountPanel::learnBackground(const std::vector<Halcyra::Nereon::NereonImage>& samples)
@@ -200,6 +236,7 @@ void FishCountPanel::showTracks(const std::vector<LiveTrack>& tracks)
     if (!isCounting())
         return;
     marks->clear();
+    std::set<int> live;
     if (options.countLineBearingDeg)
         marks->add(
             FanAnnotations::Mark::countLine(*options.countLineBearingDeg, lineColour, tr("count line")));
@@ -221,9 +258,22 @@ void FishCountPanel::showTracks(const std::vector<LiveTrack>& tracks)
             line.width = 1;
             marks->add(line);
         }
-        if (track.id > 0)
+        if (track.id > 0) {
             points.push_back(
                 { track.id, lastFrame, lastTime, track.rangeM, track.bearingDeg, track.lengthM, true });
+            EchogramTrack& shown = echogramTracks[track.id];
+            shown.mark.setColour(fishColour);
+            shown.mark.addPoint(lastFrame, track.rangeM);
+            live.insert(track.id);
+            showOnEchogram(track.id);
+        }
+    }
+    // A track gone without being counted was not a fish (or may come back): off the echogram until then.
+    for (auto& [id, shown] : echogramTracks) {
+        if (!shown.counted && shown.markId != 0 && !live.count(id) && echogram) {
+            echogram->removeMark(shown.markId);
+            shown.markId = 0;
+        }
     }
     if (display)
         display->update();

@@ -2,12 +2,15 @@
 
 #include "analysis/FishCounter.h"
 #include "sources/SourceFrame.h"
+#include "views/EchogramMark.h"
 
 #include <QHash>
+#include <QPointer>
 #include <QThread>
 #include <QWidget>
 
 #include <atomic>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -20,6 +23,7 @@ namespace Halcyra::Nereon::Analysis {
 class LiveFishCounter;
 }
 namespace Halcyra::Nereon::Views {
+class EchogramDisplay;
 class FanAnnotations;
 }
 namespace Halcyra::Nereon::Visualisation {
@@ -29,7 +33,9 @@ class FanDisplay;
 /**
  * Counts fish in the frames the viewer shows: a counter on a thread of its own
  * takes the frames queued, and its tracks and counts come back queued, drawn on
- * the fan (a box, the fish's number and length, its trail) and shown as counts.
+ * the fan (a box, the fish's number and length, its trail) and on the echogram
+ * (each confirmed track as it grows, a counted fish's whole track with its number
+ * and length), and shown as counts.
  * The fish and their tracks can be written to CSV files.
  */
 class FishCountPanel : public QWidget
@@ -47,6 +53,8 @@ public:
     const Halcyra::Nereon::Analysis::CountOptions& getOptions() const { return options; }
     void setCounting(bool on);
     bool isCounting() const;
+    /// Draws the tracks on `echogram` too (none: not there); forgotten if deleted first.
+    void setEchogram(Halcyra::Nereon::Views::EchogramDisplay* echogram);
     /// Hands a frame to the counter (unfiltered: it keeps its own background). Frames come
     /// in order; a new source starts with restart().
     void addFrame(const Halcyra::Nereon::Sources::SourceFrame& frame);
@@ -77,6 +85,9 @@ signals:
 private:
     void showTracks(const std::vector<Halcyra::Nereon::Analysis::LiveTrack>& tracks);
     void showCounts();
+    /// Puts a track's mark on the echogram, or brings it up to date.
+    void showOnEchogram(int trackId);
+    void clearEchogram();
     void chooseExportFolder();
 
     Halcyra::Nereon::Visualisation::FanDisplay* display = nullptr;
@@ -91,6 +102,16 @@ private:
     int downstream = 0;
     std::vector<Halcyra::Nereon::Analysis::FishRecord> fish;
     std::vector<Halcyra::Nereon::Analysis::TrackPoint> points;
+    /// On the echogram: each confirmed track's points so far, and the echogram's id of its mark (0: not
+    /// shown).
+    struct EchogramTrack
+    {
+        Halcyra::Nereon::Views::EchogramMark mark;
+        int markId = 0;
+        bool counted = false;
+    };
+    QPointer<Halcyra::Nereon::Views::EchogramDisplay> echogram;
+    std::map<int, EchogramTrack> echogramTracks;
     int lastFrame = -1;
     std::int64_t lastTime = 0;
 

@@ -1238,6 +1238,7 @@ void MainWindow::createAnalysisDocks()
         [this] { statusBar()->showMessage(tr("Measurement logged"), 3000); });
 
     fishPanel = new FishCountPanel(display);
+    fishPanel->setEchogram(echogram);
     fishDock = new QDockWidget(tr("Fish"), this);
     fishDock->setObjectName("fishDock");
     fishDock->setWidget(scrolling(fishPanel));

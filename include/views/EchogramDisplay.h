@@ -26,6 +26,8 @@ struct SourceFrame;
 
 namespace Halcyra::Nereon::Views {
 
+class EchogramMark;
+
 /**
  * An echogram: one column per frame, time running to the right and range
  * running up, each pixel the strongest echo of any beam at that range (or the
@@ -43,6 +45,9 @@ namespace Halcyra::Nereon::Views {
  * button, or with Shift and the left button, pans. A change of beam count,
  * sample count or range starts a new segment after a break drawn in
  * getBreakColour(). Frames that cannot be drawn are ignored.
+ *
+ * Tracks can be drawn over the picture (addMark(), see EchogramMark): a line
+ * through the columns of their frames at their ranges, where those frames are kept.
  *
  * Memory: getRangeBins() + 16 bytes a frame, and for a recording about 7 % more
  * for the coarser copies that keep zooming out fast: a day-long recording of a
@@ -113,6 +118,20 @@ public:
 
     /// The frame marked by the cursor, -1 for none.
     int getCursorFrame() const;
+
+    /**
+     * Draws `mark` over the picture, following zoom and pan, where its frames are kept; returns
+     * its id (from 1 on, never reused while the widget lives).
+     */
+    int addMark(const EchogramMark& mark);
+    /// Replaces the mark `id` by `mark`; false when there is no such mark.
+    bool updateMark(int id, const EchogramMark& mark);
+    /// Takes the mark `id` away; false when there is no such mark.
+    bool removeMark(int id);
+    /// Takes every mark away.
+    void clearMarks();
+    /// Marks drawn.
+    int getMarkCount() const;
 
 signals:
     /// The user clicked or dragged over the frame `frame` taken at `timestampUs` (µs since 1970 UTC).

@@ -34,6 +34,7 @@ ZoomableFanDisplay = _module.ZoomableFanDisplay
 EchogramBuilder = _module.EchogramBuilder
 EchogramColumns = _module.EchogramColumns
 EchogramDisplay = _module.EchogramDisplay
+EchogramMark = _module.EchogramMark
 EchogramReduction = _module.EchogramReduction
 FanAnnotations = _module.FanAnnotations
 FanDisplayExtensions = _module.FanDisplayExtensions
@@ -89,7 +90,8 @@ __all__ = [
     "AbstractUnit", "FanDisplay", "FanDisplayOptions", "FrameReader", "Metres", "NereonImage",
     "SonarDescription", "SourceFrame", "SquareMetres", "ZoomDisplay", "ZoomableFanDisplay",
     "open_recording",
-    "EchogramBuilder", "EchogramColumns", "EchogramDisplay", "EchogramReduction", "FanAnnotations",
+    "EchogramBuilder", "EchogramColumns", "EchogramDisplay", "EchogramMark", "EchogramReduction",
+    "FanAnnotations",
     "FanDisplayExtensions", "FanMeasurement", "MeasurementLog",
 ] + (["BackgroundSubtractor", "Count", "CountTable", "count", "count_recordings"]
       if hasattr(_module, "_countRecording") else [])

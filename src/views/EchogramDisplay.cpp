@@ -421,12 +421,144 @@ void EchogramDisplay::EchogramDisplayPrivate::paintLabels()
         }
     }
 
+    paintMarkLabels(painter, plot);
+
     if (const std::int64_t column = cursorColumn(); column >= 0) {
         const int x = q.columnToPixel(column);
         // A filled pixel column: exactly the pixel that columnToPixel() names, at either edge too.
         if (x >= 0)
             painter.fillRect(QRect(x, plot.top(), 1, plot.height()), cursorColour);
     }
+}
+
+EchogramDisplay::EchogramDisplayPrivate::StoredMark EchogramDisplay::EchogramDisplayPrivate::storeMark(
+    const EchogramMark& mark)
+{
+    StoredMark stored { mark };
+    bool any = false;
+    for (const EchogramMark::Point& point : mark.getPoints()) {
+        if (!std::isfinite(point.rangeMetres))
+            continue;
+        stored.least = any ? std::min(stored.least, point.position) : point.position;
+        stored.most = any ? std::max(stored.most, point.position) : point.position;
+        any = true;
+    }
+    return stored;
+}
+
+std::int64_t EchogramDisplay::EchogramDisplayPrivate::markColumn(
+    EchogramMark::Axis axis, std::int64_t position) const
+{
+    const std::int64_t end = columns.getEndColumn();
+    if (axis == EchogramMark::Axis::Frame) {
+        if (position < INT32_MIN || position > INT32_MAX)
+            return -1;
+        std::int64_t column = columns.findFrame(static_cast<int>(position));
+        // A break carries the number of the frame after it.
+        if (column < end && columns.isBreak(column))
+            ++column;
+        return column < end && columns.getFrameIndex(column) == position ? column : -1;
+    }
+    std::int64_t column = columns.findTime(position);
+    if (column >= end || (column == columns.getFirstColumn() && columns.getTimestamp(column) != position))
+        return -1;
+    // Between two frames: the nearer one.
+    if (columns.getTimestamp(column) != position && column > columns.getFirstColumn()
+        && position - columns.getTimestamp(column - 1) < columns.getTimestamp(column) - position)
+        --column;
+    if (columns.isBreak(column))
+        column = column + 1 < end ? column + 1 : column - 1;
+    return column >= columns.getFirstColumn() && column < end && !columns.isBreak(column) ? column : -1;
+}
+
+void EchogramDisplay::EchogramDisplayPrivate::prepareMarks(const QRect& plot)
+{
+    markVertices.clear();
+    markLabels.clear();
+    if (marks.empty() || columns.isEmpty() || !(largestRange > 0.0f))
+        return;
+    // The span shown, a column wider each side so that lines leaving the picture reach its edges.
+    const std::int64_t firstKept = columns.getFirstColumn();
+    const std::int64_t lastKept = columns.getEndColumn() - 1;
+    const std::int64_t firstShown
+        = std::clamp<std::int64_t>(static_cast<std::int64_t>(std::floor(viewFirst)) - 1, firstKept, lastKept);
+    const std::int64_t lastShown = std::clamp<std::int64_t>(
+        static_cast<std::int64_t>(std::ceil(viewFirst + viewCount)), firstKept, lastKept);
+    const std::int64_t framesFrom = columns.getFrameIndex(firstShown);
+    const std::int64_t framesTo = columns.getFrameIndex(lastShown);
+    const std::int64_t timesFrom = columns.getTimestamp(firstShown);
+    const std::int64_t timesTo = columns.getTimestamp(lastShown);
+
+    const double xScale = plot.width() / viewCount;
+    const double yScale = plot.height() / static_cast<double>(largestRange);
+    const double bottom = plot.top() + plot.height();
+    // Far beyond the widget but well inside a float's exact integers: the scissor clips the rest.
+    constexpr double farOut = 1.0e6;
+
+    EchogramRenderer::LineVertex vertex;
+    const auto addVertex = [&](QPoint at) {
+        vertex.x = static_cast<GLfloat>(at.x()) + 0.5f;
+        vertex.y = static_cast<GLfloat>(at.y()) + 0.5f;
+        markVertices.push_back(vertex);
+    };
+    for (const auto& [id, stored] : marks) {
+        const bool byFrame = stored.mark.getAxis() == EchogramMark::Axis::Frame;
+        if (stored.most < (byFrame ? framesFrom : timesFrom) || stored.least > (byFrame ? framesTo : timesTo))
+            continue;
+        const QColor colour = stored.mark.getColour();
+        vertex.colour[0] = static_cast<GLubyte>(colour.red());
+        vertex.colour[1] = static_cast<GLubyte>(colour.green());
+        vertex.colour[2] = static_cast<GLubyte>(colour.blue());
+        bool inRun = false;
+        bool drawn = false;
+        QPoint last;
+        // A segment's far end is left out by GL: a run ends with a pixel-long segment of its own.
+        const auto endRun = [&]() {
+            if (inRun) {
+                addVertex(last);
+                addVertex(last + QPoint(1, 0));
+            }
+            inRun = false;
+        };
+        for (const EchogramMark::Point& point : stored.mark.getPoints()) {
+            const std::int64_t column
+                = std::isfinite(point.rangeMetres) ? markColumn(stored.mark.getAxis(), point.position) : -1;
+            if (column < 0) {
+                endRun();
+                continue;
+            }
+            const double x = plot.left() + (static_cast<double>(column) + 0.5 - viewFirst) * xScale;
+            const double y = bottom - point.rangeMetres * yScale;
+            const QPoint at(static_cast<int>(std::floor(std::clamp(x, -farOut, farOut))),
+                static_cast<int>(std::floor(std::clamp(y, -farOut, farOut))));
+            if (inRun) {
+                // Zoomed out, many frames share a pixel: one vertex does for them.
+                if (at == last)
+                    continue;
+                addVertex(last);
+                addVertex(at);
+            }
+            last = at;
+            inRun = true;
+            drawn = true;
+        }
+        endRun();
+        if (drawn && !stored.mark.getLabel().isEmpty() && plot.contains(last))
+            markLabels.push_back({ last, colour, stored.mark.getLabel() });
+    }
+}
+
+void EchogramDisplay::EchogramDisplayPrivate::paintMarkLabels(QPainter& painter, const QRect& plot)
+{
+    if (markLabels.empty())
+        return;
+    painter.save();
+    painter.setClipRect(plot);
+    for (const MarkLabel& label : markLabels) {
+        painter.setPen(label.colour);
+        painter.drawText(label.at + QPoint(4, -4), label.text);
+    }
+    painter.restore();
 }
 
 EchogramDisplay::EchogramDisplay(QWidget* parent)
@@ -587,6 +719,45 @@ std::int64_t EchogramDisplay::pixelToColumn(int x) const
 int EchogramDisplay::getCursorFrame() const
 {
     return d->cursorFrame;
+}
+
+int EchogramDisplay::addMark(const EchogramMark& mark)
+{
+    const int id = d->nextMarkId++;
+    d->marks.emplace(id, EchogramDisplayPrivate::storeMark(mark));
+    update();
+    return id;
+}
+
+bool EchogramDisplay::updateMark(int id, const EchogramMark& mark)
+{
+    const auto found = d->marks.find(id);
+    if (found == d->marks.end())
+        return false;
+    found->second = EchogramDisplayPrivate::storeMark(mark);
+    update();
+    return true;
+}
+
+bool EchogramDisplay::removeMark(int id)
+{
+    if (d->marks.erase(id) == 0)
+        return false;
+    update();
+    return true;
+}
+
+void EchogramDisplay::clearMarks()
+{
+    if (d->marks.empty())
+        return;
+    d->marks.clear();
+    update();
+}
+
+int EchogramDisplay::getMarkCount() const
+{
+    return static_cast<int>(d->marks.size());
 }
 
 void EchogramDisplay::addFrame(const Sources::SourceFrame& frame)
@@ -769,6 +940,10 @@ void EchogramDisplay::paintGL()
             2.0 * plot.width() / w, 2.0 * plot.height() / h);
         d->renderer.draw(clip, d->strip, d->viewFirst - static_cast<double>(d->strip.first), d->viewCount,
             d->largestRange, d->clearColour, d->breakColour);
+        d->prepareMarks(plot);
+        d->renderer.drawLines(d->markVertices, width(), height(), plot, devicePixelRatioF());
+    } else {
+        d->markLabels.clear();
     }
     d->paintLabels();
 }

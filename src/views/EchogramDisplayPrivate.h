@@ -3,6 +3,7 @@
 #include "EchogramPyramid.h"
 #include "EchogramRenderer.h"
 #include "views/EchogramDisplay.h"
+#include "views/EchogramMark.h"
 
 #include <QColor>
 #include <QMetaObject>
@@ -12,15 +13,26 @@
 
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <thread>
 #include <vector>
+
+class QPainter;
 
 namespace Halcyra::Nereon::Views {
 
 class EchogramDisplay::EchogramDisplayPrivate
 {
 public:
+    /// A mark with the span of its drawable points, for passing over marks out of view cheaply.
+    struct StoredMark
+    {
+        EchogramMark mark;
+        std::int64_t least = 0;
+        std::int64_t most = -1; // below least: nothing to draw
+    };
+
     enum class Drag
     {
         None,
@@ -56,6 +68,13 @@ public:
         bool completed, const QString& message);
 
     void paintLabels();
+    static StoredMark storeMark(const EchogramMark& mark);
+    /// The kept, non-break column at a mark's position, or -1.
+    std::int64_t markColumn(EchogramMark::Axis axis, std::int64_t position) const;
+    /// Gathers the segments and labels of the marks in view, for plot rectangle `plot`.
+    void prepareMarks(const QRect& plot);
+    /// The labels prepareMarks() found room for.
+    void paintMarkLabels(QPainter& painter, const QRect& plot);
 
     EchogramDisplay& q;
     EchogramColumns columns;
@@ -96,6 +115,19 @@ public:
     QColor textColour = QColor(200, 200, 200);
     QColor cursorColour = QColor(0, 255, 255);
     const DataProcessing::Units::AbstractUnit* distanceUnit = nullptr;
+
+    // Marks over the picture, drawn in the order added.
+    std::map<int, StoredMark> marks;
+    int nextMarkId = 1;
+    struct MarkLabel
+    {
+        QPoint at;
+        QColor colour;
+        QString text;
+    };
+    // What the next paint draws of the marks, kept to spare allocations.
+    std::vector<EchogramRenderer::LineVertex> markVertices;
+    std::vector<MarkLabel> markLabels;
 
     // Mouse.
     Drag drag = Drag::None;

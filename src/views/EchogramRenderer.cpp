@@ -1,5 +1,6 @@
 #include "EchogramRenderer.h"
 
+#include <QVector2D>
 #include <QVector4D>
 
 #include <algorithm>
@@ -72,6 +73,31 @@ void main()
 }
 )";
 
+// Segments in widget pixels, one draw for every mark: a thousand marks cost one upload.
+const char* const lineVertexShader = R"(
+#version 120
+attribute vec2 position;
+attribute vec4 colour;
+uniform vec2 widgetSize;
+uniform vec2 shift;
+varying vec4 lineColour;
+void main()
+{
+    vec2 at = (position + shift) / widgetSize;
+    gl_Position = vec4(at.x * 2.0 - 1.0, 1.0 - at.y * 2.0, 0.0, 1.0);
+    lineColour = colour;
+}
+)";
+
+const char* const lineFragmentShader = R"(
+#version 120
+varying vec4 lineColour;
+void main()
+{
+    gl_FragColor = lineColour;
+}
+)";
+
 GLuint makeTexture(QOpenGLFunctions& gl)
 {
     GLuint name = 0;
@@ -103,6 +129,15 @@ bool EchogramRenderer::initialise(int slotCount, int binCount, QString* error)
         program.removeAllShaders();
         return false;
     }
+    if (!lineProgram.addShaderFromSourceCode(QOpenGLShader::Vertex, lineVertexShader)
+        || !lineProgram.addShaderFromSourceCode(QOpenGLShader::Fragment, lineFragmentShader)
+        || !lineProgram.link()) {
+        if (error)
+            *error = lineProgram.log();
+        program.removeAllShaders();
+        lineProgram.removeAllShaders();
+        return false;
+    }
     slotTotal = slotCount;
     bins = binCount;
 
@@ -127,6 +162,7 @@ void EchogramRenderer::destroy()
         *texture = 0;
     }
     program.removeAllShaders();
+    lineProgram.removeAllShaders();
     slotTotal = 0;
     bins = 0;
 }
@@ -215,6 +251,52 @@ void EchogramRenderer::draw(const QRectF& plot, const Strip& strip, double viewO
         glActiveTexture(unit);
         glBindTexture(GL_TEXTURE_2D, 0);
     }
+}
+
+void EchogramRenderer::drawLines(
+    const std::vector<LineVertex>& vertices, int width, int height, const QRect& clip, qreal pixelRatio)
+{
+    if (!isInitialised() || vertices.size() < 2 || width <= 0 || height <= 0 || clip.isEmpty())
+        return;
+    glDisable(GL_DEPTH_TEST);
+    glDisable(GL_BLEND);
+    glEnable(GL_SCISSOR_TEST);
+    // GL counts rows from the bottom, in framebuffer pixels.
+    glScissor(static_cast<GLint>(std::lround(clip.left() * pixelRatio)),
+        static_cast<GLint>(std::lround((height - clip.top() - clip.height()) * pixelRatio)),
+        static_cast<GLsizei>(std::lround(clip.width() * pixelRatio)),
+        static_cast<GLsizei>(std::lround(clip.height() * pixelRatio)));
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+    lineProgram.bind();
+    lineProgram.setUniformValue("widgetSize", QVector2D(float(width), float(height)));
+    const int positionAt = lineProgram.attributeLocation("position");
+    const int colourAt = lineProgram.attributeLocation("colour");
+    glEnableVertexAttribArray(GLuint(positionAt));
+    glEnableVertexAttribArray(GLuint(colourAt));
+    glVertexAttribPointer(GLuint(positionAt), 2, GL_FLOAT, GL_FALSE, sizeof(LineVertex), &vertices.front().x);
+    glVertexAttribPointer(
+        GLuint(colourAt), 4, GL_UNSIGNED_BYTE, GL_TRUE, sizeof(LineVertex), vertices.front().colour);
+    const auto count = static_cast<GLsizei>(vertices.size() / 2 * 2);
+    GLfloat widths[2] = { 1.0f, 1.0f };
+    glGetFloatv(GL_ALIASED_LINE_WIDTH_RANGE, widths);
+    if (widths[1] >= 2.0f) {
+        lineProgram.setUniformValue("shift", QVector2D(0.0f, 0.0f));
+        glLineWidth(2.0f);
+        glDrawArrays(GL_LINES, 0, count);
+        glLineWidth(1.0f);
+    } else {
+        // One-pixel lines drawn again a pixel across and a pixel down: two pixels wide whichever way they
+        // run.
+        for (const QVector2D shift :
+            { QVector2D(0.0f, 0.0f), QVector2D(1.0f, 0.0f), QVector2D(0.0f, 1.0f) }) {
+            lineProgram.setUniformValue("shift", shift);
+            glDrawArrays(GL_LINES, 0, count);
+        }
+    }
+    glDisableVertexAttribArray(GLuint(positionAt));
+    glDisableVertexAttribArray(GLuint(colourAt));
+    lineProgram.release();
+    glDisable(GL_SCISSOR_TEST);
 }
 
 } // namespace Halcyra::Nereon::Views

@@ -3,12 +3,14 @@
 #include <QColor>
 #include <QOpenGLFunctions>
 #include <QOpenGLShaderProgram>
+#include <QRect>
 #include <QRectF>
 #include <QRgb>
 #include <QString>
 
 #include <array>
 #include <cstdint>
+#include <vector>
 
 namespace Halcyra::Nereon::Views {
 
@@ -16,7 +18,8 @@ namespace Halcyra::Nereon::Views {
  * Draws an echogram from a strip of columns held in GL: a texture with one row
  * of range bins per slot, a texture of each slot's range, and the colour table.
  * Slots are written one at a time, so a live frame costs the upload of its
- * column only; the strip wraps around for a scrolling window.
+ * column only; the strip wraps around for a scrolling window. Marks over the
+ * picture are line segments, all drawn at once.
  *
  * A plain engine driven by EchogramDisplay: initialise(), write, draw and
  * destroy() all need the widget's context current.
@@ -32,6 +35,14 @@ public:
         std::int64_t group = 1;
         int valid = 0;
         int ringOffset = 0;
+    };
+
+    /// An end of a line segment: the centre of a widget pixel, and an opaque colour.
+    struct LineVertex
+    {
+        GLfloat x = 0.0f;
+        GLfloat y = 0.0f;
+        GLubyte colour[4] = { 0, 0, 0, 255 };
     };
 
     EchogramRenderer() = default;
@@ -61,8 +72,17 @@ public:
     void draw(const QRectF& plot, const Strip& strip, double viewOffset, double viewCount, float axisRange,
         const QColor& clearColour, const QColor& breakColour);
 
+    /**
+     * Draws line segments (pairs of vertices, in pixels of a widget `width` x `height` with y
+     * down), two pixels wide, inside `clip` (widget pixels) only. `pixelRatio`: framebuffer
+     * pixels per widget pixel.
+     */
+    void drawLines(
+        const std::vector<LineVertex>& vertices, int width, int height, const QRect& clip, qreal pixelRatio);
+
 private:
     QOpenGLShaderProgram program;
+    QOpenGLShaderProgram lineProgram;
     GLuint columnTexture = 0;
     GLuint rangeTexture = 0;
     GLuint colourTexture = 0;

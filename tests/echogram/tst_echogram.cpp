@@ -2,6 +2,7 @@
 #include "views/EchogramBuilder.h"
 #include "views/EchogramColumns.h"
 #include "views/EchogramDisplay.h"
+#include "views/EchogramMark.h"
 
 #include "FanDisplay.h"
 #include "PaletteColours.h"
@@ -21,6 +22,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <random>
 
 using namespace Halcyra::Nereon;
@@ -353,6 +355,90 @@ private slots:
             QCOMPARE(requested.at(0).at(0).toInt(), frame);
             QCOMPARE(requested.at(0).at(1).toLongLong(), 1000000LL * (frame - 500));
         }
+    }
+
+    void marksLandOnTheirFramesAndRanges_data()
+    {
+        QTest::addColumn<double>("first");
+        QTest::addColumn<double>("count");
+        QTest::newRow("zoomed in") << 100.0 << 40.0;
+        QTest::newRow("many frames a pixel") << 0.0 << 1000.0;
+    }
+
+    void marksLandOnTheirFramesAndRanges()
+    {
+        QFETCH(double, first);
+        QFETCH(double, count);
+        EchogramDisplay echogram;
+        echogram.resize(250, 160);
+        QVERIFY(TestSupport::showExposed(echogram));
+        // Brighter with range, so that the bare picture says which row shows which range.
+        const NereonImage ramp
+            = TestSupport::makeFrame(8, 50, 5.0, [](int, int line) { return std::uint8_t(line * 5); });
+        for (int i = 0; i < 1000; ++i)
+            echogram.addFrame({ ramp, 500 + i, 1000000LL * i, 0.0, 0 });
+        echogram.setVisibleColumns(first, count);
+        const QImage bare = echogram.grabFramebuffer();
+
+        // Nothing to draw: frames not kept, ranges not finite.
+        EchogramMark unseen;
+        unseen.addPoint(100, 1.0);
+        unseen.addPoint(1600, 2.0);
+        echogram.addMark(unseen);
+        EchogramMark broken;
+        broken.addPoint(605, std::nan(""));
+        broken.addPoint(606, std::numeric_limits<double>::infinity());
+        echogram.addMark(broken);
+        QCOMPARE(echogram.grabFramebuffer(), bare);
+
+        struct Spot
+        {
+            EchogramMark::Axis axis;
+            std::int64_t position;
+            int frame;
+            double range;
+        };
+        const Spot spots[] = { { EchogramMark::Axis::Frame, 605, 605, 1.05 },
+            { EchogramMark::Axis::Frame, 636, 636, 3.55 }, { EchogramMark::Axis::Frame, 900, 900, 2.55 },
+            { EchogramMark::Axis::Time, 1000000LL * 120, 620, 4.05 },
+            { EchogramMark::Axis::Time, 1000000LL * 300 + 400000, 800, 1.55 } };
+        const QColor red(255, 0, 0);
+        for (const Spot& spot : spots) {
+            EchogramMark mark(spot.axis, red);
+            mark.addPoint(spot.position, spot.range);
+            echogram.addMark(mark);
+        }
+        const QImage marked = echogram.grabFramebuffer();
+        int checked = 0;
+        for (const Spot& spot : spots) {
+            const int x = echogram.columnToPixel(echogram.getColumns().findFrame(spot.frame));
+            if (x < 0)
+                continue; // not in view
+            // The row of the bare picture whose grey is that range's.
+            const int grey = greyscale(int(spot.range * 10) * 5).red();
+            int row = -1;
+            for (int y = 0, best = 256; y < bare.height(); ++y) {
+                const int off = std::abs(qRed(bare.pixel(x, y)) - grey);
+                if (off < best)
+                    best = off, row = y;
+            }
+            bool found = false;
+            for (int dx = -1; dx <= 1 && !found; ++dx) {
+                for (int dy = -2; dy <= 2 && !found; ++dy)
+                    found = marked.pixelColor(x + dx, row + dy) == red;
+            }
+            if (!found)
+                QFAIL(qPrintable(QStringLiteral("no mark near (%1, %2): %3")
+                                     .arg(x)
+                                     .arg(row)
+                                     .arg(TestSupport::saveFailurePicture(marked, QStringLiteral("marks")))));
+            ++checked;
+        }
+        QVERIFY(checked >= 2);
+
+        echogram.clearMarks();
+        QCOMPARE(echogram.getMarkCount(), 0);
+        QCOMPARE(echogram.grabFramebuffer(), bare);
     }
 
     void wheelZoomsAboutTheMouseAndDragsPan()

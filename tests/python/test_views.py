@@ -83,6 +83,15 @@ def test_recording_echogram_with_and_without_a_display(app):
         QtCore.QThread.msleep(10)
     assert finished == [True]
     np.testing.assert_array_equal(echogram.getColumns().intensities(), built.intensities())
+
+    mark = tn.EchogramMark(tn.EchogramMark.Axis.Frame, QtGui.QColor("red"), "1 \u00b7 0.40 m")
+    mark.addPoint(3, 2.5)
+    mark.addPoint(4, math.nan)
+    assert mark.getPoints()[0] == (3, 2.5) and mark.getLabel() == "1 \u00b7 0.40 m"
+    ident = echogram.addMark(mark)
+    assert echogram.updateMark(ident, mark) and echogram.getMarkCount() == 1
+    settle(1)
+    assert echogram.removeMark(ident) and not echogram.removeMark(ident)
     echogram.close()
 
 

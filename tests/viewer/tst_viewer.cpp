@@ -612,6 +612,7 @@ private slots:
         ViewerOptions options;
         options.useSavedSettings = false;
         options.countFish = true;
+        options.echogram = true;
         options.replayPath = path;
         options.replaySpeed = 4.0;
         MainWindow window(options);
@@ -626,6 +627,15 @@ private slots:
         QVERIFY(fish.open(QIODevice::ReadOnly));
         QCOMPARE(int(fish.readAll().count('\n')), 1 + int(panel->getFish().size()));
         QVERIFY(QFile(folder.filePath("tracks.csv")).size() > 0);
+        // Each counted fish is on the echogram, in the counting colour the grey picture has nowhere else.
+        auto* echogram = window.findChild<Halcyra::Nereon::Views::EchogramDisplay*>();
+        QTRY_VERIFY(echogram->getMarkCount() >= int(panel->getFish().size()));
+        const QImage picture = echogram->grabFramebuffer();
+        int marked = 0;
+        for (int y = 0; y < picture.height(); ++y)
+            for (int x = 0; x < picture.width(); ++x)
+                marked += picture.pixel(x, y) == qRgb(255, 220, 0);
+        QVERIFY(marked > 0);
     }
 
     void echogramAndLogGoToTheirFrame()
