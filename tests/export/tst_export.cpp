@@ -233,7 +233,8 @@ private slots:
             out = frameNumber(5 - in.index);
             return true;
         });
-        QVERIFY2(exporter.start(writeRecording(folder), output, options), qPrintable(exporter.getErrorString()));
+        QVERIFY2(
+            exporter.start(writeRecording(folder), output, options), qPrintable(exporter.getErrorString()));
         QVERIFY(runToEnd(exporter));
         QCOMPARE(seen, std::vector<int>({ 0, 1, 2 }));
         FrameRenderer backwards(options);
