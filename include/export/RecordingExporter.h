@@ -45,7 +45,7 @@ public:
     /// Where the time of an export went, in milliseconds.
     struct Timing
     {
-        double reading = 0.0; ///< reading and decoding the recording, handing frames to the display
+        double reading = 0.0; ///< reading and decoding the recording, filtering, handing frames to the display
         double drawing = 0.0; ///< drawing the pictures and reading them back from GL
         double conversion = 0.0; ///< RGB to YUV
         double encoding = 0.0; ///< the video codec and the file
