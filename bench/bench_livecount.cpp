@@ -1,14 +1,18 @@
 // What counting fish live costs the GUI thread per frame.
 //
-// BM_LiveCounting/beams/samples: frames of a generated passage come from a thread
+// BM_LiveCounting/beams/samples/learnt: frames of a generated passage come from a thread
 // of their own at 12 Hz, queued as a live source delivers them, and are shown on a
 // 1280 x 720 FanDisplay. Each iteration streams the passage twice: once without
 // counting, then with a LiveFishCounter on a thread of its own given every frame
 // queued (at most 30 waiting, as the viewer does); its tracks come back queued and
 // are drawn as FanAnnotations marks (a box and a trail per confirmed track), as the
-// viewer's count panel draws them. Counters: the GUI thread's CPU per delivered
+// viewer's count panel draws them. With learnt:1 the counter is first taught the
+// background from the passage's frames, as the viewer does for a recording; with
+// learnt:0 it starts cold, as on a live source, and the speckle of the first
+// frames makes tracks of its own. Counters: the GUI thread's CPU per delivered
 // frame without and with counting (its paints included) and their ratio, the
-// counting thread's CPU per frame, frames painted a second, and the most tracks
+// counting thread's CPU per frame, paints a second (tracks arriving after their
+// frame's paint repaint the display once more), and the most tracks
 // drawn at once.
 //
 // Needs an X display; llvmpipe paints on threads of its own, which are not
@@ -113,8 +117,9 @@ void drawTracks(FanAnnotations& marks, const std::vector<LiveTrack>& tracks, int
         const QColor colour(255, 200, 0);
         const double halfRange = std::max(track.extentRangeM, 0.1) / 2.0;
         const double halfBearing = std::max(track.extentBearingDeg, 0.5) / 2.0;
-        marks.add(Mark::box(track.rangeM - halfRange, track.rangeM + halfRange, track.bearingDeg - halfBearing,
-            track.bearingDeg + halfBearing, colour, QStringLiteral("%1 \u00b7 %2 m").arg(track.id).arg(track.lengthM, 0, 'f', 2)));
+        marks.add(Mark::box(track.rangeM - halfRange, track.rangeM + halfRange,
+            track.bearingDeg - halfBearing, track.bearingDeg + halfBearing, colour,
+            QStringLiteral("%1 \u00b7 %2 m").arg(track.id).arg(track.lengthM, 0, 'f', 2)));
         if (track.trail.size() > 1) {
             QVector<QPointF> trail;
             for (const auto& [range, bearing] : track.trail)
@@ -175,7 +180,8 @@ StreamResult stream(FanDisplay& display, const std::vector<SourceFrame>& frames,
         for (std::size_t i = 0; i < frames.size(); ++i) {
             std::this_thread::sleep_until(start + std::chrono::duration<double>(double(i) / frameRate));
             const SourceFrame& frame = frames[i];
-            QMetaObject::invokeMethod(&receiver, [&deliver, &frame] { deliver(frame); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                &receiver, [&deliver, &frame] { deliver(frame); }, Qt::QueuedConnection);
         }
         sent = true;
     });
@@ -210,6 +216,7 @@ const Metres metres;
 void BM_LiveCounting(benchmark::State& state)
 {
     const std::vector<SourceFrame>& frames = passage(int(state.range(0)), int(state.range(1)));
+    const bool learnt = state.range(2) != 0;
     if (!shownDisplay) {
         shownDisplay = std::make_unique<FanDisplay>();
         shownDisplay->resize(1280, 720);
@@ -236,6 +243,13 @@ void BM_LiveCounting(benchmark::State& state)
     for (auto _ : state) {
         const StreamResult off = stream(*shownDisplay, frames, nullptr);
         QMetaObject::invokeMethod(counter, &LiveFishCounter::reset, Qt::QueuedConnection);
+        if (learnt) {
+            std::vector<Halcyra::Nereon::NereonImage> samples;
+            for (const SourceFrame& frame : frames)
+                samples.push_back(frame.image);
+            QMetaObject::invokeMethod(
+                counter, [counter, samples] { counter->learnBackground(samples); }, Qt::QueuedConnection);
+        }
         marks.attach(shownDisplay.get());
         const StreamResult on = stream(*shownDisplay, frames, counter);
         marks.detach();
@@ -262,9 +276,11 @@ void BM_LiveCounting(benchmark::State& state)
 } // namespace
 
 BENCHMARK(BM_LiveCounting)
-    ->ArgNames({ "beams", "samples" })
-    ->Args({ 48, 1000 })
-    ->Args({ 128, 2000 })
+    ->ArgNames({ "beams", "samples", "learnt" })
+    ->Args({ 48, 1000, 0 })
+    ->Args({ 128, 2000, 0 })
+    ->Args({ 48, 1000, 1 })
+    ->Args({ 128, 2000, 1 })
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
     ->Iterations(1);
