@@ -10,6 +10,10 @@
 
 #include "FanDisplay.h"
 #include "FanDisplayExtensions.h"
+#ifdef NEREON_HAVE_ANALYSIS
+#include "MovingTargetFilter.h"
+#include "sources/FrameReader.h"
+#endif
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -63,6 +67,7 @@ struct CommandLine
     QString error;
     QString note; ///< said on stderr before the export starts
     bool help = false;
+    bool movingTargets = false;
 };
 
 CommandLine parse(const QStringList& arguments)
@@ -99,6 +104,12 @@ CommandLine parse(const QStringList& arguments)
         "every", "PNG only: save every N-th frame, as NAME-000001.png and so on.", "N");
     parser.addOptions({ size, fps, from, to, settings, palette, modifier, despeckle, clamp, feet, colourScale,
         autoGrid, timestamp, frame, every });
+#ifdef NEREON_HAVE_ANALYSIS
+    const QCommandLineOption movingTargets("moving-targets",
+        "Show only what moves: the still background (bed, posts, weed), learnt first from frames spread "
+        "over the whole recording, is taken out of every frame.");
+    parser.addOption(movingTargets);
+#endif
     if (!parser.parse(arguments)) {
         line.error = parser.errorText();
         return line;
@@ -166,6 +177,9 @@ CommandLine parse(const QStringList& arguments)
     o.automaticGridColour = parser.isSet(autoGrid);
     o.timestampOverlay = parser.isSet(timestamp);
     line.settingsFile = parser.value(settings);
+#ifdef NEREON_HAVE_ANALYSIS
+    line.movingTargets = parser.isSet(movingTargets);
+#endif
     return line;
 }
 
@@ -243,6 +257,21 @@ int main(int argc, char* argv[])
         std::fprintf(stderr, "nereon-export: %s\n", qPrintable(line.note));
 
     RecordingExporter exporter;
+#ifdef NEREON_HAVE_ANALYSIS
+    MovingTargetFilter movingTargets;
+    if (line.movingTargets) {
+        // A recording that cannot be read is left for start() to refuse in its own words.
+        if (const auto reader = Halcyra::Nereon::Sources::FrameReader::create(line.input)) {
+            movingTargets.setEnabled(true);
+            movingTargets.learnFrom(*reader, 50);
+        }
+        exporter.setFrameFilter([&movingTargets](const Halcyra::Nereon::Sources::SourceFrame& in,
+                                    Halcyra::Nereon::NereonImage& out) {
+            out = movingTargets.apply(in).image;
+            return true;
+        });
+    }
+#endif
     const bool started = exporter.start(line.input, line.output, line.options);
     for (const QString& notice : exporter.getNotices())
         std::fprintf(stderr, "nereon-export: %s\n", qPrintable(notice));

@@ -1,6 +1,8 @@
 #include "ExportDialog.h"
 
+#include "MovingTargetFilter.h"
 #include "export/RecordingExporter.h"
+#include "sources/FrameReader.h"
 
 #include <QDir>
 #include <QFileDialog>
@@ -26,7 +28,7 @@ ExportDialog::ExportDialog(QWidget* parentWindow)
 
 ExportDialog::~ExportDialog() = default;
 
-void ExportDialog::exportRecording(const QString& recording, const ExportOptions& options)
+void ExportDialog::exportRecording(const QString& recording, const ExportOptions& options, bool filtered)
 {
     if (timer->isActive())
         return;
@@ -44,6 +46,22 @@ void ExportDialog::exportRecording(const QString& recording, const ExportOptions
         tr("Video (*.mp4 *.mkv *.mov *.avi);;Pictures of every frame (*.png)"));
     if (output.isEmpty())
         return;
+    movingTargets.reset();
+    if (filtered) {
+        // The background is learnt from the whole recording before the first picture, as on screen.
+        movingTargets = std::make_unique<MovingTargetFilter>();
+        movingTargets->setEnabled(true);
+        if (const auto reader = Halcyra::Nereon::Sources::FrameReader::create(input))
+            movingTargets->learnFrom(*reader, 50);
+        MovingTargetFilter* filter = movingTargets.get();
+        exporter->setFrameFilter(
+            [filter](const Halcyra::Nereon::Sources::SourceFrame& in, Halcyra::Nereon::NereonImage& out) {
+                out = filter->apply(in).image;
+                return true;
+            });
+    } else {
+        exporter->setFrameFilter({});
+    }
     if (!exporter->start(input, output, options)) {
         end(false, exporter->getErrorString());
         return;

@@ -7,6 +7,7 @@
 
 #include <memory>
 
+class MovingTargetFilter;
 class QProgressDialog;
 class QTimer;
 class QWidget;
@@ -28,8 +29,10 @@ public:
     explicit ExportDialog(QWidget* window);
     ~ExportDialog() override;
 
-    /// Asks where to write `input` (or first which recording, when empty) and exports it.
-    void exportRecording(const QString& input, const Halcyra::Nereon::Export::ExportOptions& options);
+    /// Asks where to write `input` (or first which recording, when empty) and exports it; with
+    /// `movingTargets`, only what moves, over a background learnt from the recording first.
+    void exportRecording(const QString& input, const Halcyra::Nereon::Export::ExportOptions& options,
+        bool movingTargets = false);
 
 signals:
     /// The export ended: `message` says how (written, cut short at damage, failed, cancelled).
@@ -41,6 +44,7 @@ private:
 
     QWidget* window;
     std::unique_ptr<Halcyra::Nereon::Export::RecordingExporter> exporter;
+    std::unique_ptr<MovingTargetFilter> movingTargets; ///< of the running export, when it filters
     QProgressDialog* progress = nullptr;
     QTimer* timer = nullptr;
     QString output;

@@ -1149,7 +1149,8 @@ void MainWindow::exportVideo()
     look.feet = distanceUnitBox->currentIndex() == 1;
     look.colourScale = colourScaleBox->isChecked();
     look.automaticGridColour = autoGridBox->isChecked();
-    exportDialog->exportRecording(recordingPanel->isReplaying() ? recordingPanel->getReplayPath() : QString(), look);
+    exportDialog->exportRecording(recordingPanel->isReplaying() ? recordingPanel->getReplayPath() : QString(),
+        look, movingTargets.isEnabled());
 #endif
 }
 

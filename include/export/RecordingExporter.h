@@ -9,7 +9,15 @@
 #include <QStringList>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+
+namespace Halcyra::Nereon {
+class NereonImage;
+}
+namespace Halcyra::Nereon::Sources {
+struct SourceFrame;
+}
 
 namespace Halcyra::Nereon::Export {
 
@@ -37,11 +45,20 @@ public:
     /// Where the time of an export went, in milliseconds.
     struct Timing
     {
-        double reading = 0.0; ///< reading and decoding the recording, handing frames to the display
+        double reading = 0.0; ///< reading and decoding the recording, filtering, handing frames to the display
         double drawing = 0.0; ///< drawing the pictures and reading them back from GL
         double conversion = 0.0; ///< RGB to YUV
         double encoding = 0.0; ///< the video codec and the file
     };
+
+    /**
+     * Replaces a recording frame before the display gets it (the moving-target view):
+     * called once for every frame read, in order, on the exporting thread. It writes the
+     * frame to draw into `out` and returns true, or returns false to have `in` drawn as
+     * it is. Whatever it must learn from the recording first, the caller teaches it
+     * before start().
+     */
+    using FrameFilter = std::function<bool(const Sources::SourceFrame& in, NereonImage& out)>;
 
     RecordingExporter();
     ~RecordingExporter();
@@ -54,6 +71,8 @@ public:
      * output's kind is unknown or it cannot be written, or the size is unusable.
      */
     bool start(const QString& input, const QString& output, const ExportOptions& options);
+    /// The filter of the exports started from now on; an empty one (the default) draws frames as read.
+    void setFrameFilter(FrameFilter filter);
     /// Exports the next picture. False when there is nothing more to do: then isFinished()
     /// is true, or the export failed (getErrorString()) and left no file under the output name.
     bool step();
@@ -88,6 +107,7 @@ private:
     bool finished = false;
     QString errorString;
     QStringList startNotices; ///< of a start() that failed
+    FrameFilter frameFilter;
 
     bool fail(const QString& message);
     bool stepVideo();

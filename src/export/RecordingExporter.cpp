@@ -3,6 +3,7 @@
 #include "export/FrameRenderer.h"
 #include "export/VideoEncoder.h"
 #include "sources/FrameReader.h"
+#include "sources/SourceFrame.h"
 
 #include <QBuffer>
 #include <QDateTime>
@@ -39,6 +40,7 @@ struct RecordingExporter::State
     QImage lastPicture;
     QString codecName;
     QStringList notices;
+    RecordingExporter::FrameFilter filter;
     Timing timing;
 };
 
@@ -76,6 +78,7 @@ bool RecordingExporter::start(const QString& input, const QString& output, const
     State& s = *state;
     s.options = options;
     s.output = output;
+    s.filter = frameFilter;
     s.video = VideoEncoder::isVideoFile(output);
     if (!s.video && QFileInfo(output).suffix().compare(QLatin1String("png"), Qt::CaseInsensitive) != 0)
         return fail(QStringLiteral("%1: the output is a video (.mp4, .mov, .mkv, .avi) or pictures (.png)")
@@ -165,7 +168,11 @@ bool RecordingExporter::feedUpTo(std::int64_t relativeTime)
         SourceFrame frame;
         if (!reader.readFrame(s.nextFrame, frame))
             break; // damaged: the count is cut, the warning says where
-        s.renderer->addFrame(frame.image);
+        Halcyra::Nereon::NereonImage filtered;
+        if (s.filter && s.filter(frame, filtered))
+            s.renderer->addFrame(filtered);
+        else
+            s.renderer->addFrame(frame.image);
         s.shownTimestamp = frame.timestamp;
         s.pictureStale = true;
         ++s.nextFrame;
@@ -280,6 +287,11 @@ bool RecordingExporter::stepPictures()
     if (done >= total)
         finished = true;
     return true;
+}
+
+void RecordingExporter::setFrameFilter(FrameFilter filter)
+{
+    frameFilter = std::move(filter);
 }
 
 void RecordingExporter::cancel()

@@ -2,12 +2,13 @@
 # nereon-export from the command line: exit statuses, messages, file modes, and
 # silence when not on a terminal.
 # Usage: export-command-line.sh <nereon-export> <a real .aris file, may be missing>
-#                               [<nereon-viewer> <headless runner>]
+#                               [<nereon-viewer> <headless runner> [<nereon-make-aris>]]
 set -uo pipefail
 program=$1
 aris=$2
 viewer=${3:-}
 runner=${4:-}
+makeAris=${5:-}
 work=$(mktemp -d)
 full=$work/full
 trap 'mountpoint -q "$full" && umount "$full"; rm -rf "$work"' EXIT
@@ -103,6 +104,30 @@ if [ -f "$aris" ]; then
     fi
 else
     echo "SKIP: no real ARIS recording at $aris"
+fi
+# The moving-target view: the bed is learnt and taken out, so the fan is mostly black.
+# Counted as the pixels of the palette's blue, which the grey around the fan never is.
+if [ -n "$makeAris" ] && "$program" --help | grep -q -- --moving-targets &&
+    /usr/bin/python3 -c "import PyQt5.QtGui" 2> /dev/null; then
+    "$makeAris" --frames 60 "$work/passage.aris" > /dev/null
+    expect 0 "" "$work/passage.aris" "$work/plain.png" --frame 30 --size 320x240
+    expect 0 "" "$work/passage.aris" "$work/moving.png" --frame 30 --size 320x240 --moving-targets
+    read -r plain moving < <(/usr/bin/python3 - "$work/plain.png" "$work/moving.png" << 'EOF'
+import sys
+from PyQt5.QtGui import QImage
+def blue(path):
+    image = QImage(path)
+    return sum(1 for y in range(image.height()) for x in range(image.width())
+               if (image.pixel(x, y) & 255) > ((image.pixel(x, y) >> 16) & 255) + 40)
+print(blue(sys.argv[1]), blue(sys.argv[2]))
+EOF
+    )
+    if [ -z "$plain" ] || [ "$plain" -lt 3000 ] || [ $((moving * 10)) -gt "$plain" ]; then
+        echo "FAIL: --moving-targets left ${moving:-?} lit pixels of ${plain:-?}"
+        failures=$((failures + 1))
+    fi
+else
+    echo "SKIP: no nereon-make-aris, --moving-targets or PyQt5"
 fi
 [ "$failures" = 0 ] && echo "export command line: all passed"
 exit "$failures"

@@ -5,6 +5,7 @@
 #include "export/RecordingExporter.h"
 #include "nereon/NereonImage.h"
 #include "sources/RecordingWriter.h"
+#include "sources/SourceFrame.h"
 
 #include "GlTestSupport.h"
 
@@ -213,6 +214,42 @@ private slots:
         QVERIFY(runToEnd(exporter));
         QCOMPARE(QDir(folder.path()).entryList(QStringList("many-*.png")),
             QStringList({ "many-000001.png", "many-000003.png", "many-000005.png" }));
+    }
+
+    void frameFilterDecidesWhatIsDrawn()
+    {
+        QTemporaryDir folder;
+        ExportOptions options;
+        options.size = QSize(300, 200);
+        options.stillFrame = 2;
+        const QString output = folder.filePath("filtered.png");
+        RecordingExporter exporter;
+
+        // Every frame up to the still passes through the filter, in order, and what it
+        // hands out is what the display is given (the recording played backwards here).
+        std::vector<int> seen;
+        exporter.setFrameFilter([&seen](const SourceFrame& in, NereonImage& out) {
+            seen.push_back(in.index);
+            out = frameNumber(5 - in.index);
+            return true;
+        });
+        QVERIFY2(
+            exporter.start(writeRecording(folder), output, options), qPrintable(exporter.getErrorString()));
+        QVERIFY(runToEnd(exporter));
+        QCOMPARE(seen, std::vector<int>({ 0, 1, 2 }));
+        FrameRenderer backwards(options);
+        for (int i = 5; i >= 3; --i)
+            backwards.addFrame(frameNumber(i));
+        QCOMPARE(QImage(output).convertToFormat(QImage::Format_RGB32), backwards.grab());
+
+        // A frame the filter declines is drawn as read.
+        exporter.setFrameFilter([](const SourceFrame&, NereonImage& out) {
+            out = NereonImage();
+            return false;
+        });
+        QVERIFY(exporter.start(writeRecording(folder), output, options));
+        QVERIFY(runToEnd(exporter));
+        QCOMPARE(QImage(output).convertToFormat(QImage::Format_RGB32), displayPicture(options, 2));
     }
 
     void viewerSettingsFileGivesTheViewersLook()
