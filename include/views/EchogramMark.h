@@ -29,7 +29,7 @@ public:
     struct Point
     {
         std::int64_t position = 0; ///< frame number or µs, as the mark's axis says
-        double rangeMetres = 0.0;
+        double rangeMetres = 0.0; ///< range from the sonar in metres
     };
 
     /// An empty mark placed by frame number, yellow, without a label.
@@ -38,11 +38,17 @@ public:
     explicit EchogramMark(
         Axis axis, const QColor& colour = QColor(255, 220, 0), const QString& label = QString());
 
+    /// Whether points are placed by frame number or by time.
     Axis getAxis() const { return axis; }
+    /// Places the points by frame number or by time.
     void setAxis(Axis newAxis) { axis = newAxis; }
+    /// The colour of the line and its label.
     QColor getColour() const { return colour; }
+    /// Sets the colour of the line and its label.
     void setColour(const QColor& newColour) { colour = newColour; }
+    /// The text drawn beside the track's last point in view (empty: none).
     QString getLabel() const { return label; }
+    /// Sets the text drawn beside the track's last point in view.
     void setLabel(const QString& text) { label = text; }
 
     /// Appends a point. Points whose range is not finite are kept but never drawn (the line breaks there).
