@@ -16,8 +16,10 @@
 
 #include "FanDisplay.h"
 #include "nereon/NereonImage.h"
-#include "units/AbstractUnit.h"
+#include "LinearUnit.h"
 #include "views/FanAnnotations.h"
+
+#include "CpuClock.h"
 
 #include <benchmark/benchmark.h>
 
@@ -38,25 +40,9 @@ using Halcyra::Nereon::Views::FanAnnotations;
 using Halcyra::Nereon::Visualisation::FanDisplay;
 using Mark = FanAnnotations::Mark;
 
+using Halcyra::Nereon::Visualisation::LinearUnit;
+
 namespace {
-
-class Metres : public Halcyra::DataProcessing::Units::AbstractUnit
-{
-public:
-    double convertToBase(double value) const override { return value; }
-    double getFactorFromBase() const override { return 1.0; }
-    double convertFromBase(double value) const override { return value; }
-    std::string getName() const override { return "metre"; }
-    bool isBaseUnit() const override { return true; }
-    std::string getSymbol() const override { return "m"; }
-};
-
-double threadCpuMs()
-{
-    timespec now {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return double(now.tv_sec) * 1e3 + double(now.tv_nsec) / 1e6;
-}
 
 std::vector<NereonImage> makeFrames(int beams, int rangeLines, int count)
 {
@@ -123,7 +109,6 @@ template <typename Trigger> void paint(FanDisplay& display, int& swaps, Trigger&
 }
 
 std::unique_ptr<FanDisplay> shownDisplays[3];
-const Metres metres;
 
 void BM_Marks(benchmark::State& state)
 {
@@ -138,7 +123,7 @@ void BM_Marks(benchmark::State& state)
         if (!shownDisplays[s]) {
             shownDisplays[s] = std::make_unique<FanDisplay>();
             shownDisplays[s]->resize(1280, 720);
-            shownDisplays[s]->setDistanceUnit(&metres);
+            shownDisplays[s]->setDistanceUnit(&LinearUnit::metres());
             shownDisplays[s]->show();
         }
         if (!waitExposed(*shownDisplays[s])) {
@@ -172,12 +157,12 @@ void BM_Marks(benchmark::State& state)
                     sets[s].update(ids[s][static_cast<std::size_t>(i)], markNumber(i, 0.05 * (round % 20)));
             }
             const NereonImage& frame = frames[next++ % frames.size()];
-            const double cpuBefore = threadCpuMs();
+            const double cpuBefore = CpuClock::threadMs();
             const auto start = std::chrono::steady_clock::now();
             paint(display, swaps[s], [&] { display.newImageReceived(frame); });
             wallMs[s] += std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
                              .count();
-            cpuMs[s] += threadCpuMs() - cpuBefore;
+            cpuMs[s] += CpuClock::threadMs() - cpuBefore;
         }
     }
     for (int s = 0; s < 3; ++s) {

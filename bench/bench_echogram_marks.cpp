@@ -15,6 +15,8 @@
 #include "views/EchogramDisplay.h"
 #include "views/EchogramMark.h"
 
+#include "CpuClock.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QApplication>
@@ -36,13 +38,6 @@ using Halcyra::Nereon::Views::EchogramMark;
 namespace {
 
 constexpr int keptFrames = 2048;
-
-double threadCpuMs()
-{
-    timespec now {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return double(now.tv_sec) * 1e3 + double(now.tv_nsec) / 1e6;
-}
 
 std::vector<NereonImage> makeFrames(int beams, int rangeLines, int count)
 {
@@ -134,12 +129,12 @@ void BM_EchogramMarks(benchmark::State& state)
         for (int s = 0; s < 3; ++s) {
             EchogramDisplay& echogram = *shown[s];
             const NereonImage& frame = frames[next % frames.size()];
-            const double cpuBefore = threadCpuMs();
+            const double cpuBefore = CpuClock::threadMs();
             const auto start = std::chrono::steady_clock::now();
             paint(echogram, swaps[s], [&] { echogram.addImage(frame, time); });
             wallMs[s] += std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
                              .count();
-            cpuMs[s] += threadCpuMs() - cpuBefore;
+            cpuMs[s] += CpuClock::threadMs() - cpuBefore;
         }
         ++next;
         time += 100000;

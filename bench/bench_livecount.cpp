@@ -23,8 +23,10 @@
 #include "FanDisplay.h"
 #include "analysis/LiveFishCounter.h"
 #include "sources/SyntheticPassage.h"
-#include "units/AbstractUnit.h"
+#include "LinearUnit.h"
 #include "views/FanAnnotations.h"
+
+#include "CpuClock.h"
 
 #include <benchmark/benchmark.h>
 
@@ -53,29 +55,13 @@ using Halcyra::Nereon::Views::FanAnnotations;
 using Halcyra::Nereon::Visualisation::FanDisplay;
 using Mark = FanAnnotations::Mark;
 
+using Halcyra::Nereon::Visualisation::LinearUnit;
+
 namespace {
 
 constexpr double frameRate = 12.0;
 constexpr int framesPerStream = 60; ///< 5 s
 constexpr int mostFramesWaiting = 30;
-
-class Metres : public Halcyra::DataProcessing::Units::AbstractUnit
-{
-public:
-    double convertToBase(double value) const override { return value; }
-    double getFactorFromBase() const override { return 1.0; }
-    double convertFromBase(double value) const override { return value; }
-    std::string getName() const override { return "metre"; }
-    bool isBaseUnit() const override { return true; }
-    std::string getSymbol() const override { return "m"; }
-};
-
-double threadCpuMs()
-{
-    timespec now {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return double(now.tv_sec) * 1e3 + double(now.tv_nsec) / 1e6;
-}
 
 /// Frames drawn once per size and kept: drawing them is not what is measured.
 const std::vector<SourceFrame>& passage(int beams, int samples)
@@ -162,16 +148,16 @@ StreamResult stream(FanDisplay& display, const std::vector<SourceFrame>& frames,
         QMetaObject::invokeMethod(
             counter,
             [counter, frame, inFlight, counterNs, counted] {
-                const double before = threadCpuMs();
+                const double before = CpuClock::threadMs();
                 counter->addFrame(frame);
-                *counterNs += static_cast<long long>((threadCpuMs() - before) * 1e6);
+                *counterNs += static_cast<long long>((CpuClock::threadMs() - before) * 1e6);
                 ++*counted;
                 --*inFlight;
             },
             Qt::QueuedConnection);
     };
 
-    const double cpuBefore = threadCpuMs();
+    const double cpuBefore = CpuClock::threadMs();
     QElapsedTimer clock;
     clock.start();
     std::atomic<bool> sent { false };
@@ -203,7 +189,7 @@ StreamResult stream(FanDisplay& display, const std::vector<SourceFrame>& frames,
     loop.exec();
     const double seconds = double(clock.elapsed()) / 1000.0;
     StreamResult result;
-    result.guiCpuMs = (threadCpuMs() - cpuBefore) / std::max(1, delivered);
+    result.guiCpuMs = (CpuClock::threadMs() - cpuBefore) / std::max(1, delivered);
     result.counterCpuMs = double(*counterNs) / 1e6 / std::max(1, int(*counted));
     result.paintedPerSecond = painted / seconds;
     QObject::disconnect(swaps);
@@ -211,7 +197,6 @@ StreamResult stream(FanDisplay& display, const std::vector<SourceFrame>& frames,
 }
 
 std::unique_ptr<FanDisplay> shownDisplay;
-const Metres metres;
 
 void BM_LiveCounting(benchmark::State& state)
 {
@@ -220,7 +205,7 @@ void BM_LiveCounting(benchmark::State& state)
     if (!shownDisplay) {
         shownDisplay = std::make_unique<FanDisplay>();
         shownDisplay->resize(1280, 720);
-        shownDisplay->setDistanceUnit(&metres);
+        shownDisplay->setDistanceUnit(&LinearUnit::metres());
         shownDisplay->show();
     }
     if (!waitExposed(*shownDisplay)) {

@@ -28,6 +28,8 @@
 #include "nereon/NereonImage.h"
 #include "units/AbstractUnit.h"
 
+#include "CpuClock.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QApplication>
@@ -87,20 +89,6 @@ protected:
 
 /// CPU of the whole process, llvmpipe's threads included: what a paint costs
 /// the machine, much less disturbed by other load than wall time.
-double processCpuMs()
-{
-    timespec now {};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return double(now.tv_sec) * 1e3 + double(now.tv_nsec) / 1e6;
-}
-
-double threadCpuMs()
-{
-    timespec now {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return double(now.tv_sec) * 1e3 + double(now.tv_nsec) / 1e6;
-}
-
 /// Frames of speckled returns with a bright band, a few distinct ones to cycle through.
 std::vector<NereonImage> makeFrames(int beams, int rangeLines, int count)
 {
@@ -240,23 +228,23 @@ void BM_SideBySide(benchmark::State& state)
         return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     };
     for (auto _ : state) {
-        const double bareCpuBefore = threadCpuMs();
-        const double bareProcessBefore = processCpuMs();
+        const double bareCpuBefore = CpuClock::threadMs();
+        const double bareProcessBefore = CpuClock::processMs();
         bareMs += timed([&] { bare.paint([&] { windows.bare->update(); }); });
-        bareCpuMs += threadCpuMs() - bareCpuBefore;
-        bareProcessMs += processCpuMs() - bareProcessBefore;
+        bareCpuMs += CpuClock::threadMs() - bareCpuBefore;
+        bareProcessMs += CpuClock::processMs() - bareProcessBefore;
         bareSampledMs += timed([&] { bareSampled.paint([&] { windows.bareSampled->update(); }); });
         remapMs += timed(
             [&] { remap.remap(frames[next % frames.size()].getData().data(), palette, qRgb(76, 76, 76)); });
         for (int i = 0; i < 3; ++i) {
             windows.display->setDespeckleLevel(levels[i]);
             const NereonImage& frame = frames[next++ % frames.size()];
-            const double cpuBefore = threadCpuMs();
-            const double processBefore = processCpuMs();
+            const double cpuBefore = CpuClock::threadMs();
+            const double processBefore = CpuClock::processMs();
             fanMs[i] += timed([&] { display.paint([&] { windows.display->newImageReceived(frame); }); });
             if (i == 0) {
-                cpuMs += threadCpuMs() - cpuBefore;
-                fanProcessMs += processCpuMs() - processBefore;
+                cpuMs += CpuClock::threadMs() - cpuBefore;
+                fanProcessMs += CpuClock::processMs() - processBefore;
             }
         }
     }
@@ -300,7 +288,7 @@ void BM_Stream(benchmark::State& state)
         std::atomic<int> delivered { 0 };
         std::atomic<bool> stop { false };
         const int swapsBefore = counter.swaps;
-        const double cpuBefore = threadCpuMs();
+        const double cpuBefore = CpuClock::threadMs();
         // The sonar's thread: one frame every 25 ms, on a fixed schedule.
         std::thread sonar([&] {
             auto due = std::chrono::steady_clock::now();
@@ -326,7 +314,7 @@ void BM_Stream(benchmark::State& state)
         const int painted = counter.swaps - swapsBefore;
         state.counters["delivered_per_s"] = delivered / wall;
         state.counters["painted_per_s"] = painted / wall;
-        state.counters["gui_cpu_ms_per_paint"] = (threadCpuMs() - cpuBefore) / std::max(painted, 1);
+        state.counters["gui_cpu_ms_per_paint"] = (CpuClock::threadMs() - cpuBefore) / std::max(painted, 1);
         // Drain what is still queued before the next repetition.
         QCoreApplication::processEvents(QEventLoop::AllEvents, 100);
     }
